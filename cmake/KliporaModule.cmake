@@ -1,0 +1,57 @@
+# klipora_module(NAME DEPS <libs...>)
+#
+# Builds src/<name> into the static library klipora_<name> from every .cc in the
+# folder that is not a test, gives it src/ as include root, and builds its tests:
+#   *_test.cc              -> klipora_<name>_tests              (label: unit)
+#   *_integration_test.cc  -> klipora_<name>_integration_tests  (label: integration)
+# Tests link klipora_platform_testing and, for integration, klipora_platform_linux.
+# Every test file in the folder is picked up, so a test can never go unbuilt.
+set(KLIPORA_SRC_ROOT ${CMAKE_SOURCE_DIR}/src)
+
+function(klipora_warnings target)
+  target_compile_options(${target} PRIVATE -Wall -Wextra)
+  if(KLIPORA_WERROR)
+    target_compile_options(${target} PRIVATE -Werror)
+  endif()
+endfunction()
+
+function(klipora_module name)
+  cmake_parse_arguments(ARG "" "" "DEPS;TEST_DEPS" ${ARGN})
+  file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cc)
+  file(GLOB unit_tests CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*_test.cc)
+  file(GLOB integration_tests CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*_integration_test.cc)
+  file(GLOB fuzzers CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*_fuzzer.cc)
+  list(REMOVE_ITEM sources ${unit_tests} ${fuzzers})
+  list(REMOVE_ITEM unit_tests ${integration_tests})
+  set(lib klipora_${name})
+  add_library(${lib} STATIC ${sources})
+  target_include_directories(${lib} PUBLIC ${KLIPORA_SRC_ROOT})
+  target_link_libraries(${lib} PUBLIC ${ARG_DEPS})
+  klipora_warnings(${lib})
+  if(unit_tests)
+    add_executable(${lib}_tests ${unit_tests})
+    target_link_libraries(${lib}_tests PRIVATE ${lib} klipora_platform_testing ${ARG_TEST_DEPS}
+                          GTest::gmock_main)
+    klipora_warnings(${lib}_tests)
+    gtest_discover_tests(${lib}_tests PROPERTIES LABELS unit DISCOVERY_TIMEOUT 60)
+  endif()
+  if(integration_tests)
+    add_executable(${lib}_integration_tests ${integration_tests})
+    target_link_libraries(${lib}_integration_tests PRIVATE ${lib} klipora_platform_testing
+                          klipora_platform_linux ${ARG_TEST_DEPS} GTest::gmock_main)
+    target_compile_definitions(${lib}_integration_tests PRIVATE
+                               KLIPORA_BINARY="$<TARGET_FILE:klipora>"
+                               KLIPORA_TEST_DATA="${CMAKE_SOURCE_DIR}/tests/data")
+    klipora_warnings(${lib}_integration_tests)
+    gtest_discover_tests(${lib}_integration_tests PROPERTIES LABELS integration
+                         DISCOVERY_TIMEOUT 60)
+  endif()
+  # Fuzz targets build as plain replay programs (each takes files as inputs) so
+  # that they cannot rot; build with clang -fsanitize=fuzzer to fuzz for real.
+  foreach(fuzzer ${fuzzers})
+    get_filename_component(fname ${fuzzer} NAME_WE)
+    add_executable(${fname} ${fuzzer} ${CMAKE_SOURCE_DIR}/tests/fuzz_replay_main.cc)
+    target_link_libraries(${fname} PRIVATE ${lib})
+    klipora_warnings(${fname})
+  endforeach()
+endfunction()

@@ -1,0 +1,74 @@
+#include "cli/cli_session.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <iostream>
+
+#include "cli/command_registry.h"
+#include "library/record_json.h"
+#include "library/settings_store.h"
+#include "platform/linux/log_sinks.h"
+
+namespace klipora::cli {
+
+CliSession::CliSession() = default;
+
+CliSession::~CliSession() {
+  if (fileSink_) log::removeSink(fileSink_);
+}
+
+const AppPaths& CliSession::paths() {
+  if (!paths_) {
+    paths_ = resolveAppPaths([](const char* name) { return std::getenv(name); }, homeOption);
+  }
+  return *paths_;
+}
+
+bool CliSession::openLibrary() {
+  if (opened_) return true;
+  auto& fs = platform_.fileSystem;
+  auto storePath = library::KliporaModelContainer::storeURL(fs, paths());
+  if (!storePath) {
+    std::cerr << "klipora: cannot create " << paths().supportFolder << ": "
+              << storePath.error().message() << "\n";
+    exitCode = kExitStoreUnavailable;
+    return false;
+  }
+  auto container = library::KliporaModelContainer::make(fs, platform_.clock, *storePath);
+  if (!container) {
+    std::cerr << library::KliporaModelContainer::fatalMessage(*storePath, container.error())
+              << "\n";
+    exitCode = kExitStoreUnavailable;
+    return false;
+  }
+  container_ = *container;
+  auto settings = library::fetchOrCreateSettings(container_->mainContext());
+  if (!settings) {
+    std::cerr << "klipora: cannot read the settings: " << settings.error().message() << "\n";
+    exitCode = kExitStoreUnavailable;
+    return false;
+  }
+  settings_ = *settings;
+  defaults_ = std::make_unique<UserDefaults>(fs, paths().defaultsPath);
+  (void)defaults_->load();  // a broken file is logged and read as empty
+  root_ = library::resolveLibraryRoot(fs, settings_->libraryFolder, paths().defaultLibraryRoot);
+  storage_ = std::make_unique<library::StorageService>(fs, platform_.imageCodec, root_.root);
+  if (Status s = storage_->createLibraryStructure(); !s.ok()) {
+    std::cerr << "klipora: cannot prepare the library folder " << root_.root << ": "
+              << s.message() << "\n";
+    exitCode = kExitFailure;
+    return false;
+  }
+  fileSink_ = std::make_shared<FileLogSink>(
+      joinPath(storage_->diagnosticsFolder(), "klipora.log"),
+      joinPath(storage_->diagnosticsFolder(), "classify.log"));
+  log::addSink(fileSink_);
+  opened_ = true;
+  return true;
+}
+
+void printJson(const nlohmann::ordered_json& json) {
+  std::cout << json.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) << "\n";
+}
+
+}  // namespace klipora::cli

@@ -1,0 +1,63 @@
+// CliSession: what a klipora command works with: the real platform, the paths
+// of the support folder, and (opened on first use) the store, the settings
+// row and the library's storage. Commands print results to standard output
+// and problems to standard error, and set exitCode.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+
+#include <nlohmann/json.hpp>
+
+#include "library/app_settings.h"
+#include "library/library_root.h"
+#include "library/model_container.h"
+#include "library/storage_service.h"
+#include "platform/app_paths.h"
+#include "platform/linux/linux_platform.h"
+#include "platform/user_defaults.h"
+
+namespace klipora::cli {
+
+class CliSession {
+ public:
+  CliSession();
+  ~CliSession();
+
+  // Bound to the --home option, which wins over $KLIPORA_HOME.
+  std::string homeOption;
+
+  LinuxPlatform& platform() { return platform_; }
+  // Resolved from --home and the environment on first use.
+  const AppPaths& paths();
+
+  // Opens the store and library on first use. On failure prints the reason
+  // (the fatal message for a store that cannot be opened), sets exitCode and
+  // returns false.
+  bool openLibrary();
+  library::ModelContainer& container() { return *container_; }
+  library::ModelContext& context() { return container_->mainContext(); }
+  library::AppSettings& settings() { return *settings_; }
+  library::StorageService& storage() { return *storage_; }
+  const library::LibraryRootResolution& libraryRoot() const { return root_; }
+  UserDefaults& userDefaults() { return *defaults_; }
+
+  int exitCode = 0;
+
+ private:
+  LinuxPlatform platform_;
+  std::optional<AppPaths> paths_;
+  std::shared_ptr<library::ModelContainer> container_;
+  std::shared_ptr<library::AppSettings> settings_;
+  std::unique_ptr<library::StorageService> storage_;
+  std::unique_ptr<UserDefaults> defaults_;
+  library::LibraryRootResolution root_;
+  std::shared_ptr<log::LogSink> fileSink_;
+  bool opened_ = false;
+};
+
+// Prints `json` pretty (2 spaces) with a trailing newline.
+void printJson(const nlohmann::ordered_json& json);
+
+}  // namespace klipora::cli

@@ -1,0 +1,66 @@
+// ImportPipeline: turns one image file into one ScreenshotItem with its copy
+// and thumbnail in the library. Every way in (folder watcher, reconciliation,
+// bulk import, files opened by hand) goes through importScreenshot.
+//
+// The file is read once: the same bytes are hashed, examined, copied and
+// thumbnailed. The record is inserted only after the copy exists, and saved
+// with the next batched save; a failure leaves no record and no file behind.
+// Files that are not images by their bytes are refused as unreadable.
+//
+// Thread rules: call importScreenshot on the main thread. File work runs on
+// the background executor; the claim, the insert and `done` run on the main
+// executor. Several imports may run at once.
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "ingestion/import_checksum_claims.h"
+#include "ingestion/import_error.h"
+#include "library/enums.h"
+#include "library/model_context.h"
+#include "library/storage_service.h"
+#include "processing/processing_save_coalescer.h"
+#include "platform/clock.h"
+
+namespace klipora::ingestion {
+
+class ImportPipeline {
+ public:
+  using Completion = std::function<void(ImportResult)>;
+
+  ImportPipeline(library::StorageService& storage, library::ModelContext& context,
+                 processing::ProcessingSaveCoalescer& saver, ImportChecksumClaims& claims,
+                 Clock& clock, Executor& mainLoop, Executor& background);
+
+  // Deletes the source after import, for automatically detected screenshots
+  // only (never for bulk or manual imports). Mirrors the setting.
+  void setDeleteOriginalAfterImport(bool value) { deleteOriginalAfterImport_ = value; }
+
+  void importScreenshot(const std::string& path, library::ImportSourceType source,
+                        std::optional<std::string> sourceAppBundleID,
+                        std::optional<std::string> sourceAppName, Completion done);
+
+ private:
+  struct Job;
+  void readAndHash(std::shared_ptr<Job> job);
+  void claimOnMain(std::shared_ptr<Job> job);
+  void copyIn(std::shared_ptr<Job> job);
+  void insertOnMain(std::shared_ptr<Job> job);
+  void fail(std::shared_ptr<Job> job, ImportError error, bool releaseClaim);
+
+  library::StorageService& storage_;
+  library::ModelContext& context_;
+  processing::ProcessingSaveCoalescer& saver_;
+  ImportChecksumClaims& claims_;
+  Clock& clock_;
+  Executor& mainLoop_;
+  Executor& background_;
+  bool deleteOriginalAfterImport_ = false;
+};
+
+// Lower-cased extension of a path, for the type check.
+std::string lowerCasedExtension(const std::string& path);
+
+}  // namespace klipora::ingestion

@@ -1,0 +1,46 @@
+#include "platform/testing/fake_image_codec.h"
+
+#include <algorithm>
+#include <sstream>
+
+namespace klipora::testing {
+
+std::string FakeImageCodec::makeImage(int width, int height, const std::string& extra) {
+  std::string out = "FAKEIMG " + std::to_string(width) + " " + std::to_string(height);
+  if (!extra.empty()) out += " " + extra;
+  out += "\npixels";
+  return out;
+}
+
+Result<ImageProperties> FakeImageCodec::properties(std::string_view bytes) {
+  if (bytes.substr(0, 8) != "FAKEIMG ") {
+    return Err(Status::InvalidArgument("not an image in a format libvips can read"));
+  }
+  std::string header(bytes.substr(0, bytes.find('\n')));
+  ImageProperties p;
+  p.format = "fake";
+  std::istringstream in(header.substr(8));
+  if (!(in >> p.width >> p.height)) return Err(Status::InvalidArgument("bad fake header"));
+  size_t at = header.find("orientation=");
+  if (at != std::string::npos) p.orientation = std::stoi(header.substr(at + 12));
+  at = header.find("exif=");
+  if (at != std::string::npos) p.exifDateTimeOriginal = header.substr(at + 5, 19);
+  return p;
+}
+
+Result<std::string> FakeImageCodec::makeJpegThumbnail(std::string_view bytes, int maxPixelSize,
+                                                      int quality) {
+  auto p = properties(bytes);
+  if (!p) return Err(p.error());
+  if (std::string(bytes.substr(0, bytes.find('\n'))).find("broken") != std::string::npos) {
+    return Err(Status::Corruption("pixel data is truncated"));
+  }
+  bool rotated = p->orientation >= 5;
+  int w = rotated ? p->height : p->width, h = rotated ? p->width : p->height;
+  double scale = std::min(1.0, static_cast<double>(maxPixelSize) / std::max(w, h));
+  ++thumbnailsMade;
+  return "FAKEJPEG " + std::to_string(static_cast<int>(w * scale + 0.5)) + " " +
+         std::to_string(static_cast<int>(h * scale + 0.5)) + " q" + std::to_string(quality);
+}
+
+}  // namespace klipora::testing

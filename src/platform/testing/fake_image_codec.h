@@ -1,0 +1,25 @@
+// FakeImageCodec: an ImageCodec for unit tests over a made-up text format,
+//   "FAKEIMG <width> <height> [orientation=<n>] [exif=<yyyy:MM:dd HH:mm:ss>] [broken]\n…"
+// Anything else is "not an image". "broken" makes the thumbnail fail as
+// undecodable pixels would. makeImage() writes the format. Thread-safe.
+#pragma once
+
+#include <atomic>
+#include <string>
+
+#include "platform/image_codec.h"
+
+namespace klipora::testing {
+
+class FakeImageCodec final : public ImageCodec {
+ public:
+  static std::string makeImage(int width, int height, const std::string& extra = "");
+
+  Result<ImageProperties> properties(std::string_view bytes) override;
+  Result<std::string> makeJpegThumbnail(std::string_view bytes, int maxPixelSize,
+                                        int quality) override;
+
+  std::atomic<int> thumbnailsMade{0};
+};
+
+}  // namespace klipora::testing
