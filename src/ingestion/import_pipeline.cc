@@ -113,7 +113,7 @@ void ImportPipeline::copyIn(std::shared_ptr<Job> job) {
   item->sourceAppBundleID = job->bundleID;
   item->sourceAppName = job->appName;
   // A thumbnail failure leaves thumbnailPath absent; processing records it.
-  if (auto thumbnail = storage_.generateThumbnail(job->bytes, item->id)) {
+  if (auto thumbnail = storage_.generateThumbnailFromData(job->bytes, item->id)) {
     item->thumbnailPath = *thumbnail;
   }
   if (job->source == library::ImportSourceType::automaticWatch && deleteOriginalAfterImport_) {

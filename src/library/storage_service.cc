@@ -46,8 +46,8 @@ Result<std::string> StorageService::copyToLibrary(const std::string& source) {
   return copyToLibrary(source, bytes);
 }
 
-Result<std::string> StorageService::generateThumbnail(std::string_view bytes,
-                                                      const UUID& itemID) {
+Result<std::string> StorageService::generateThumbnailFromData(std::string_view bytes,
+                                                              const UUID& itemID) {
   auto properties = codec_.properties(bytes);
   if (!properties) {
     return Err(Status::InvalidArgument(errorDescription(StorageError::unreadableImage)));
@@ -76,7 +76,7 @@ Result<std::string> StorageService::generateThumbnail(const std::string& imagePa
                                                       const UUID& itemID) {
   auto bytes = fs_.readFile(imagePath);
   if (!bytes) return Err(Status::NotFound(errorDescription(StorageError::unreadableImage)));
-  return generateThumbnail(*bytes, itemID);
+  return generateThumbnailFromData(*bytes, itemID);
 }
 
 std::optional<Date> StorageService::fileCreationDate(

@@ -52,10 +52,11 @@ class StorageService {
   // Reads `source` and copies it as above.
   Result<std::string> copyToLibrary(const std::string& source);
 
-  // Writes the thumbnail of the encoded image `bytes` for `itemID` and returns
-  // its path. Fails with unreadableImage or thumbnailGenerationFailed.
-  Result<std::string> generateThumbnail(std::string_view bytes, const UUID& itemID);
+  // Writes the thumbnail of the image file at `imagePath` for `itemID` and
+  // returns its path. Fails with unreadableImage or thumbnailGenerationFailed.
   Result<std::string> generateThumbnail(const std::string& imagePath, const UUID& itemID);
+  // The same from the encoded image bytes already in memory.
+  Result<std::string> generateThumbnailFromData(std::string_view bytes, const UUID& itemID);
 
   // Capture date: EXIF DateTimeOriginal, then DateTimeDigitized, then the TIFF
   // DateTime ("yyyy:MM:dd HH:mm:ss", local time); else the file's birth time,
