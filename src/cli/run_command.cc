@@ -1,33 +1,162 @@
 // klipora run: the daemon that owns watching and processing of one library.
+// It holds the library's daemon lock, opens the store, starts the
+// coordinator and its control channel, and runs until SIGINT or SIGTERM; a
+// second signal stops it without waiting for imports in flight.
+#include <unistd.h>
+
 #include <asio/signal_set.hpp>
 #include <CLI/CLI.hpp>
 #include <csignal>
+#include <cstdlib>
 #include <iostream>
 
+#include "app/daemon.h"
+#include "app/daemon_paths.h"
 #include "cli/cli_session.h"
 #include "cli/command_registry.h"
+#include "library/markup_edit_cleaner.h"
 #include "library/screenshot_item.h"
+#include "platform/linux/flock_process_locks.h"
 #include "platform/linux/log_sinks.h"
+#include "platform/linux/proc_mount_info_watch.h"
+#include "platform/linux/unix_socket_control_channel.h"
 
 namespace klipora::cli {
 namespace {
 
-int RunDaemon(CliSession& session) {
-  if (!session.openLibrary()) return session.exitCode;
-  auto count = session.context().fetchCount<library::ScreenshotItem>();
-  log::info("Boot", "library at %s holds %lld item(s); store %s",
-            session.libraryRoot().root.c_str(), static_cast<long long>(count.value_or(0)),
-            session.container().storePath().c_str());
-  std::cout << "Klipora is running on " << session.libraryRoot().root << " ("
-            << count.value_or(0) << " items). Press Ctrl-C to stop.\n"
-            << std::flush;
-  auto& loop = session.platform().mainLoop;
-  asio::signal_set signals(loop.context(), SIGINT, SIGTERM);
-  signals.async_wait([&](const asio::error_code&, int signal) {
-    log::info("Boot", "received signal %d; stopping", signal);
-    loop.stop();
+// Writes the informational lines the warning-level sink of main() leaves
+// out, so a daemon's whole log reaches its terminal or journal once.
+class InfoLineSink final : public log::LogSink {
+ public:
+  void write(log::Level level, log::Channel channel, std::string_view line) override {
+    if (channel != log::Channel::kMain || level != log::Level::kInfo) return;
+    std::cerr << line << "\n";
+  }
+};
+
+void StartWaitingForSignals(asio::signal_set& signals, app::Daemon& daemon, AsioMainLoop& loop,
+                            Status& finalSave) {
+  signals.async_wait([&](const asio::error_code& ec, int signal) {
+    if (ec) return;
+    log::info("Boot", "received %s; stopping", signal == SIGINT ? "SIGINT" : "SIGTERM");
+    daemon.requestStop([&](Status saved) {
+      finalSave = saved;
+      signals.cancel();
+      loop.stop();
+    });
+    StartWaitingForSignals(signals, daemon, loop, finalSave);
   });
+}
+
+int RunDaemon(CliSession& session, bool quiet) {
+  auto& platform = session.platform();
+  auto& fs = platform.fileSystem;
+  const AppPaths& paths = session.paths();
+  auto storePath = library::KliporaModelContainer::storeURL(fs, paths);
+  if (!storePath) {
+    std::cerr << "klipora: cannot create " << paths.supportFolder << ": "
+              << storePath.error().message() << "\n";
+    return kExitStoreUnavailable;
+  }
+
+  // Two daemons must never drive one library: the lock lives beside the store.
+  FlockProcessLocks locks;
+  const int pid = static_cast<int>(::getpid());
+  auto lock = locks.tryLock(app::daemonLockPath(paths.supportFolder),
+                            app::encodeDaemonHolder({pid, ""}));
+  if (!lock) {
+    if (lock.error().code() == Status::Code::kAlreadyExists) {
+      auto holder = app::decodeDaemonHolder(lock.error().message());
+      std::cerr << "klipora: another `klipora run`"
+                << (holder ? " (pid " + std::to_string(holder->pid) + ")" : std::string())
+                << " is already running on the library at " << *storePath
+                << "; stop it first.\n";
+    } else {
+      std::cerr << "klipora: cannot take the daemon lock: " << lock.error().message() << "\n";
+    }
+    return kExitFailure;
+  }
+
+  std::shared_ptr<log::LogSink> infoSink;
+  if (!quiet) {
+    infoSink = std::make_shared<InfoLineSink>();
+    log::addSink(infoSink);
+  }
+  log::info("Boot", "AppDelegate: creating ModelContainer (headless path)");
+  auto container = library::KliporaModelContainer::make(fs, platform.clock, *storePath);
+  if (!container) {
+    std::cerr << library::KliporaModelContainer::fatalMessage(*storePath, container.error())
+              << "\n";
+    if (infoSink) log::removeSink(infoSink);
+    return kExitStoreUnavailable;
+  }
+  UserDefaults defaults(fs, paths.defaultsPath);
+  if (Status s = defaults.load(); !s.ok()) log::warning("Boot", "%s", s.message().c_str());
+
+  library::NoMarkupEdits markupEdits;  // until the markup module provides its cleaner
+  ProcMountInfoWatch mountWatch(platform.mainLoop);
+  UnixSocketControlServer server(platform.mainLoop.context());
+  app::AppEnvironment env{
+      .fileSystem = fs,
+      .imageCodec = platform.imageCodec,
+      .clock = platform.clock,
+      .timers = platform.mainLoop,
+      .mainLoop = platform.mainLoop,
+      .background = platform.background,
+      .userDefaults = defaults,
+      .markupEdits = markupEdits,
+      .mountWatch = &mountWatch,
+      .supportFolder = paths.supportFolder,
+      .defaultLibraryRoot = paths.defaultLibraryRoot,
+  };
+  const char* runtimeDir = std::getenv("XDG_RUNTIME_DIR");
+  app::Daemon daemon(env, (*container)->mainContext(), server,
+                     {.storePath = *storePath, .pid = pid,
+                      .runtimeDir = runtimeDir ? runtimeDir : ""});
+
+  log::info("Boot", "AppDelegate: calling appCoordinator.start() (modelContext present=YES)");
+  Status started = daemon.start();
+  log::info("Boot", "AppDelegate: post-start modelContext present=YES");
+  if (!started.ok()) {
+    std::cerr << "klipora: cannot start: " << started.message() << "\n";
+    if (infoSink) log::removeSink(infoSink);
+    return kExitFailure;
+  }
+  auto& coordinator = daemon.coordinator();
+  auto fileSink = std::make_shared<FileLogSink>(
+      joinPath(joinPath(coordinator.libraryRoot(), "Diagnostics"), "klipora.log"),
+      joinPath(joinPath(coordinator.libraryRoot(), "Diagnostics"), "classify.log"));
+  log::addSink(fileSink);
+  log::info("Boot", "AppDelegate: modelContext set; calling reloadPreferencesIfNeeded()");
+  coordinator.reloadPreferencesIfNeeded();
+  if (Status s = (*lock)->setHolderInfo(app::encodeDaemonHolder({pid, daemon.controlAddress()}));
+      !s.ok()) {
+    log::warning("Boot", "other commands cannot find this daemon: %s", s.message().c_str());
+  }
+
+  auto count = (*container)->mainContext().fetchCount<library::ScreenshotItem>();
+  std::cout << "Klipora is running on " << coordinator.libraryRoot() << " (" << count.value_or(0)
+            << " items). Press Ctrl-C to stop.\n"
+            << std::flush;
+  if (auto notice = coordinator.fallbackNotice()) {
+    std::cout << "The chosen library folder " << notice->configuredPath << " is unavailable ("
+              << library::reasonName(notice->reason)
+              << "); using the default library for this session.\n"
+              << std::flush;
+  }
+
+  auto& loop = platform.mainLoop;
+  asio::signal_set signals(loop.context(), SIGINT, SIGTERM);
+  Status finalSave;
+  StartWaitingForSignals(signals, daemon, loop, finalSave);
   loop.run();
+
+  log::removeSink(fileSink);
+  if (infoSink) log::removeSink(infoSink);
+  if (!finalSave.ok()) {
+    std::cerr << "klipora: the last save failed: " << finalSave.message() << "\n";
+    return kExitFailure;
+  }
   std::cout << "Klipora stopped.\n";
   return kExitOk;
 }
@@ -35,8 +164,10 @@ int RunDaemon(CliSession& session) {
 }  // namespace
 
 KLIPORA_COMMAND(run) {
-  auto* cmd = app.add_subcommand("run", "Run the library daemon until Ctrl-C");
-  cmd->callback([&session] { session.exitCode = RunDaemon(session); });
+  auto* cmd = app.add_subcommand("run", "Run the library daemon until Ctrl-C (SIGINT) or SIGTERM");
+  auto quiet = std::make_shared<bool>(false);
+  cmd->add_flag("--quiet", *quiet, "Print only warnings and errors of the log");
+  cmd->callback([&session, quiet] { session.exitCode = RunDaemon(session, *quiet); });
 }
 
 }  // namespace klipora::cli

@@ -7,6 +7,7 @@
 #include "library/app_settings.h"
 #include "library/records.h"
 #include "library/screenshot_item.h"
+#include "library/trash_deleted_originals_store.h"
 
 namespace klipora::library {
 namespace {
@@ -55,7 +56,8 @@ Status EnsureAllTables(Database& db) {
   RETURN_IF_ERROR(EnsureTable<UserTag>(db));
   RETURN_IF_ERROR(EnsureTable<WatchedFolder>(db));
   RETURN_IF_ERROR(EnsureTable<ShareRecord>(db));
-  return EnsureTable<SharedItemRecord>(db);
+  RETURN_IF_ERROR(EnsureTable<SharedItemRecord>(db));
+  return EnsureTable<DeletedOriginal>(db);
 }
 
 // One step of the migration plan: brings a store from `from` to `to`.

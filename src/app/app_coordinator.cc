@@ -1,0 +1,127 @@
+// The start-up order and the coordinator's lifetime. The sweeps, the volume
+// watch, the preferences and the imports live in app_coordinator_*.cc.
+#include "app/app_coordinator.h"
+
+#include "platform/log.h"
+
+namespace klipora::app {
+
+using library::LibraryRootResolution;
+
+AppCoordinator::AppCoordinator(AppEnvironment env, library::ModelContext* context,
+                               AppServiceFactories factories)
+    : env_(std::move(env)), context_(context), factories_(std::move(factories)) {
+  if (context_) saver_ = std::make_unique<processing::ProcessingSaveCoalescer>(*context_, env_.timers);
+}
+
+AppCoordinator::~AppCoordinator() { stop(); }
+
+LibraryRootResolution AppCoordinator::resolveLibraryRootAtLaunch() {
+  std::optional<std::string> chosen;
+  if (auto settings = currentSettings()) chosen = settings->libraryFolder;
+  // The chosen folder stays recorded; the fallback lasts for this session.
+  return library::resolveLibraryRoot(env_.fileSystem, chosen, env_.defaultLibraryRoot);
+}
+
+void AppCoordinator::start() {
+  if (started_) return;
+  log::info("Boot", "AppCoordinator.start() begin (modelContext present=%s)",
+            log::yesNo(context_ != nullptr));
+  auto resolution = resolveLibraryRootAtLaunch();
+  root_ = resolution.root;
+  fallbackNotice_ = resolution.fallbackNotice;
+
+  storage_ = std::make_unique<library::StorageService>(env_.fileSystem, env_.imageCodec, root_);
+  if (Status s = storage_->createLibraryStructure(); s.ok()) {
+    structureCreated_ = true;
+  } else {
+    // Treated like a missing volume below: paused until the folder works.
+    log::error("Boot", "cannot create the library folders at %s: %s", root_.c_str(),
+               s.message().c_str());
+  }
+  createServices();
+  started_ = true;
+
+  if (factories_.makeWatcher) {
+    watcher_ = factories_.makeWatcher(*this);
+  } else {
+    log::info("Boot", "watcher skipped — no ingestionWatcher");
+  }
+  if (factories_.makeProcessingQueue) {
+    queue_ = factories_.makeProcessingQueue(*this);
+    if (queue_) queue_->start();
+  }
+  recoverNonTerminalItems();
+  if (factories_.makeBulkImport) {
+    bulkImport_ = factories_.makeBulkImport(*this);
+  } else {
+    log::info("Boot", "bulk import skipped — no bulkImportManager");
+  }
+  loadPreferences();
+  if (factories_.makeAnnouncementPoller) {
+    announcements_ = factories_.makeAnnouncementPoller(*this);
+    if (announcements_) announcements_->startPolling();
+  } else {
+    log::info("Boot", "announcement polling skipped — no announcementPoller");
+  }
+  if (queue_) {
+    auto orphans = queue_->orphanedItemIDs();
+    for (const UUID& id : orphans) queue_->enqueue(id);
+    log::info("Boot", "enqueued %zu orphaned item(s)", orphans.size());
+  } else {
+    log::info("Boot", "orphan sweep skipped — no processingQueue");
+  }
+  startFolderHealthProbe();
+  scanForLeftoverMigrationSentinel();
+
+  if (!structureCreated_) handleLibraryVolumeMaybeUnmounted();
+  if (retention_) retention_->start();
+  log::info("Boot", "AppCoordinator.start() end (root=%s)", root_.c_str());
+}
+
+void AppCoordinator::createServices() {
+  if (!context_) return;
+  itemStore_ = std::make_unique<library::ScreenshotItemStore>(context_);
+  claims_ = std::make_unique<ingestion::ImportChecksumClaims>(*itemStore_);
+  pipeline_ = std::make_unique<ingestion::ImportPipeline>(*storage_, *context_, *saver_, *claims_,
+                                                          env_.clock, env_.mainLoop,
+                                                          env_.background);
+  retention_ = std::make_unique<library::TrashRetentionService>(
+      *context_, [this] { return storageIfReady(); }, env_.markupEdits, env_.clock, env_.timers);
+}
+
+library::StorageService* AppCoordinator::storageIfReady() {
+  if (!started_ || servicesPaused_ || !context_) return nullptr;
+  return storage_.get();
+}
+
+void AppCoordinator::shutDown(std::function<void(Status saved)> done) {
+  shuttingDown_ = true;
+  if (watcher_) watcher_->stopAll();
+  auto finish = [this, done = std::move(done)] {
+    Status saved = saver_ ? saver_->flush() : Status::Ok();
+    done(saved);
+  };
+  if (importsInFlight_ == 0) {
+    finish();
+    return;
+  }
+  log::info("Boot", "waiting for %d import(s) in flight before stopping", importsInFlight_);
+  whenImportsDrained_ = std::move(finish);
+}
+
+void AppCoordinator::stop() {
+  if (!started_) return;
+  started_ = false;
+  if (healthProbe_) env_.timers.cancel(*healthProbe_);
+  healthProbe_.reset();
+  if (env_.mountWatch) env_.mountWatch->stop();
+  if (retention_) retention_->stop();
+  if (announcements_) announcements_->stopPolling();
+  if (bulkImport_) bulkImport_->cancelAll();
+  if (watcher_) watcher_->stopAll();
+  if (queue_) queue_->stop();
+  log::info("Boot", "AppCoordinator.stop()");
+}
+
+}  // namespace klipora::app

@@ -1,0 +1,136 @@
+// AppCoordinator: the one long-lived object that owns the services of a
+// running library: its storage, the import pipeline, the save coalescer, the
+// trash retention, and (as they exist in this build) the folder watcher, the
+// processing queue, the bulk import and the announcement poller.
+//
+// start() brings the library up in a fixed order (see app_coordinator.cc).
+// When the volume holding the library root goes away, the coordinator stops
+// the watcher and the queue and refuses imports and removals until it comes
+// back: nothing is deleted or rewritten while paused. At the end the owner
+// flushes saveCoalescer() (or calls shutDown(), which drains imports and
+// flushes) before stop().
+//
+// Thread rules: main thread only, like the context it is given.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "app/app_environment.h"
+#include "app/app_services.h"
+#include "ingestion/import_pipeline.h"
+#include "library/app_settings.h"
+#include "library/library_root.h"
+#include "library/model_context.h"
+#include "library/screenshot_item_store.h"
+#include "library/storage_service.h"
+#include "library/trash_retention_service.h"
+#include "processing/processing_save_coalescer.h"
+
+namespace klipora::app {
+
+class AppCoordinator {
+ public:
+  static constexpr char kRepairedTitlesKey[] = "AppCoordinator.repairedAutomaticUserTitles.v1";
+  static constexpr double kFolderHealthProbeInterval = 30;
+  static constexpr int kStuckItemsListed = 20;
+
+  // `context` may be null (a start without a store): every step that needs
+  // it logs that it was skipped.
+  AppCoordinator(AppEnvironment env, library::ModelContext* context,
+                 AppServiceFactories factories = {});
+  ~AppCoordinator();
+  AppCoordinator(const AppCoordinator&) = delete;
+  AppCoordinator& operator=(const AppCoordinator&) = delete;
+
+  void start();
+  // Stops every service and timer. Call after the save coalescer was flushed.
+  void stop();
+  // Refuses new imports, waits for the imports in flight, flushes the save
+  // coalescer, then calls `done` (on the main loop, possibly at once).
+  void shutDown(std::function<void(Status saved)> done);
+
+  void reloadPreferencesIfNeeded();
+  void loadPreferences();
+  void recoverNonTerminalItems();
+  void repairAutomaticUserTitles(library::ModelContext& context);
+  library::LibraryRootResolution resolveLibraryRootAtLaunch();
+  void handleLibraryVolumeMaybeUnmounted();
+  void handleLibraryVolumeMaybeRemounted();
+  void scanForLeftoverMigrationSentinel();
+  void enableAutomaticImport(bool advanceCutoff);
+
+  // A new screenshot seen by the watcher: imported (source automaticWatch)
+  // unless it is older than its folder's last sweep, then queued first.
+  void handleNewScreenshot(const std::string& path, std::optional<std::string> appBundleID,
+                           std::optional<std::string> appName);
+  // Imports one file through the pipeline and queues the new item in the
+  // priority lane. Refused while paused or shutting down.
+  void importFile(const std::string& path, library::ImportSourceType source,
+                  std::optional<std::string> appBundleID, std::optional<std::string> appName,
+                  ingestion::ImportPipeline::Completion done);
+  int importsInFlight() const { return importsInFlight_; }
+
+  // Acts on what other processes saved to the store: settings changes apply
+  // at once, and items they trashed or removed leave the processing queue.
+  void handleExternalStoreChanges();
+
+  // Null before start(), while paused, and without a context.
+  library::StorageService* storageIfReady();
+  library::ModelContext* modelContext() { return context_; }
+  processing::ProcessingSaveCoalescer* saveCoalescer() { return saver_.get(); }
+  library::TrashRetentionService* trashRetention() { return retention_.get(); }
+  ProcessingQueueService* processingQueue() { return queue_.get(); }
+  IngestionWatcherService* watcher() { return watcher_.get(); }
+  const AppEnvironment& environment() const { return env_; }
+  const std::optional<library::LibraryFallbackNotice>& fallbackNotice() const {
+    return fallbackNotice_;
+  }
+  const std::string& libraryRoot() const { return root_; }
+  bool started() const { return started_; }
+  bool servicesPaused() const { return servicesPaused_; }
+  bool shuttingDown() const { return shuttingDown_; }
+  const std::string& lastError() const { return lastError_; }
+
+ private:
+  // Steps of start(), in their files.
+  void createServices();
+  void startFolderHealthProbe();
+  bool libraryRootIsUsable();
+  std::shared_ptr<library::AppSettings> currentSettings();
+  void applySettings(const library::AppSettings& settings, bool atStart);
+  void importFinished();
+
+  AppEnvironment env_;
+  library::ModelContext* context_;
+  AppServiceFactories factories_;
+
+  std::string root_;
+  std::optional<library::LibraryFallbackNotice> fallbackNotice_;
+  std::unique_ptr<library::StorageService> storage_;
+  std::unique_ptr<processing::ProcessingSaveCoalescer> saver_;
+  std::unique_ptr<library::ScreenshotItemStore> itemStore_;
+  std::unique_ptr<ingestion::ImportChecksumClaims> claims_;
+  std::unique_ptr<ingestion::ImportPipeline> pipeline_;
+  std::unique_ptr<library::TrashRetentionService> retention_;
+  std::unique_ptr<IngestionWatcherService> watcher_;
+  std::unique_ptr<ProcessingQueueService> queue_;
+  std::unique_ptr<BulkImportService> bulkImport_;
+  std::unique_ptr<AnnouncementPollerService> announcements_;
+
+  std::optional<TimerId> healthProbe_;
+  bool started_ = false;
+  bool servicesPaused_ = false;
+  bool structureCreated_ = false;
+  bool shuttingDown_ = false;
+  int importsInFlight_ = 0;
+  std::function<void()> whenImportsDrained_;
+  std::string lastError_;
+
+  // What loadPreferences last applied, to tell what another process changed.
+  std::optional<library::AppSettings> applied_;
+};
+
+}  // namespace klipora::app

@@ -1,0 +1,33 @@
+// AppEnvironment: the platform services and places a running library uses,
+// handed to the coordinator by the program that creates it (the real ones
+// from `klipora run`, fakes from tests). Plain bundle of references; the
+// creator keeps every referenced object alive longer than the coordinator.
+#pragma once
+
+#include <string>
+
+#include "library/markup_edit_cleaner.h"
+#include "platform/clock.h"
+#include "platform/file_system.h"
+#include "platform/image_codec.h"
+#include "platform/mount_table_watch.h"
+#include "platform/user_defaults.h"
+
+namespace klipora::app {
+
+struct AppEnvironment {
+  FileSystem& fileSystem;
+  ImageCodec& imageCodec;
+  Clock& clock;
+  Timers& timers;
+  Executor& mainLoop;
+  Executor& background;
+  UserDefaults& userDefaults;
+  library::MarkupEditCleaner& markupEdits;
+  // Null where mount changes cannot be watched; the health probe still runs.
+  MountTableWatch* mountWatch = nullptr;
+  std::string supportFolder;       // holds the store and the user defaults
+  std::string defaultLibraryRoot;  // the library root when none is chosen
+};
+
+}  // namespace klipora::app

@@ -1,0 +1,231 @@
+#include "app/control_requests.h"
+
+#include "library/screenshot_item.h"
+#include "library/trash_operations.h"
+#include "library/trash_retention_service.h"
+#include "platform/log.h"
+
+namespace klipora::app {
+
+using library::FetchDescriptor;
+using library::ScreenshotItem;
+using library::SqlValue;
+
+namespace {
+
+constexpr const char* kLaterCommands[] = {"scan", "pause", "resume", "retry"};
+
+Json OutcomesJson(const std::vector<library::TrashOutcome>& outcomes) {
+  Json list = Json::array();
+  bool allDone = true;
+  for (const auto& o : outcomes) {
+    Json entry = {{"id", o.id.uuidString()}, {"outcome", library::outcomeName(o.kind)}};
+    if (!o.error.empty()) entry["error"] = o.error;
+    if (o.kind == library::TrashOutcome::Kind::failed ||
+        o.kind == library::TrashOutcome::Kind::notFound) {
+      allDone = false;
+    }
+    list.push_back(std::move(entry));
+  }
+  return {{"ok", allDone}, {"outcomes", std::move(list)}};
+}
+
+}  // namespace
+
+Json makeRequest(const std::string& command) { return Json{{"command", command}}; }
+
+Json ControlRequestHandler::errorReply(const std::string& message) {
+  return Json{{"ok", false}, {"error", message}};
+}
+
+ControlRequestHandler::ControlRequestHandler(RequestTarget target) : target_(std::move(target)) {}
+
+library::StorageService* ControlRequestHandler::storage() {
+  return target_.coordinator ? target_.coordinator->storageIfReady() : target_.storage;
+}
+
+void ControlRequestHandler::handleLine(const std::string& line,
+                                       std::function<void(std::string)> reply) {
+  auto request = Json::parse(line, nullptr, /*allow_exceptions=*/false);
+  auto send = [reply = std::move(reply)](const Json& json) {
+    reply(json.dump(-1, ' ', false, Json::error_handler_t::replace));
+  };
+  if (!request.is_object() || !request.contains("command") || !request["command"].is_string()) {
+    send(errorReply("a request is a JSON object with a \"command\" string"));
+    return;
+  }
+  handle(request, send);
+}
+
+void ControlRequestHandler::handle(const Json& request, Reply reply) {
+  const std::string command = request.value("command", "");
+  if (command == "status") return reply(status());
+  if (command == "reload") return reply(reload());
+  if (command == "trash" || command == "restore" || command == "delete" ||
+      command == "empty-trash") {
+    return reply(trashRequest(command, request));
+  }
+  if (command == "sweep-trash") return reply(sweepTrash());
+  if (command == "import") return import(request, std::move(reply));
+  for (const char* later : kLaterCommands) {
+    if (command == later) return reply(errorReply(command + " is not available in this build"));
+  }
+  reply(errorReply("unknown command: " + command));
+}
+
+Json ControlRequestHandler::status() {
+  auto& context = target_.context;
+  Json states = Json::object();
+  int64_t live = 0;
+  for (auto state : {library::ProcessingState::pending, library::ProcessingState::thumbnailGenerated,
+                     library::ProcessingState::ocrComplete,
+                     library::ProcessingState::classificationComplete,
+                     library::ProcessingState::enrichmentComplete,
+                     library::ProcessingState::complete, library::ProcessingState::failed,
+                     library::ProcessingState::partiallyFailed}) {
+    std::string raw(library::rawValue(state));
+    FetchDescriptor d;
+    d.predicate = "deletedAt IS NULL AND deleted = 0 AND processingStateRaw = ?";
+    d.arguments = {SqlValue(raw)};
+    auto n = context.fetchCount<ScreenshotItem>(d);
+    if (!n) return errorReply("cannot read the library: " + n.error().message());
+    states[raw] = *n;
+    live += *n;
+  }
+  FetchDescriptor trashed;
+  trashed.predicate = "deletedAt IS NOT NULL OR deleted = 1";
+  auto inTrash = context.fetchCount<ScreenshotItem>(trashed);
+  auto total = context.fetchCount<ScreenshotItem>();
+  if (!inTrash || !total) return errorReply("cannot read the library");
+  // Rows whose state this build does not know count as pending (they are
+  // processed again), so the states always add up to the live total.
+  states["pending"] = states["pending"].get<int64_t>() + (*total - *inTrash - live);
+
+  Json daemon = {{"running", target_.daemonPid.has_value()}};
+  if (target_.daemonPid) daemon["pid"] = *target_.daemonPid;
+  Json library = {{"root", target_.libraryRoot}, {"store", target_.storePath}};
+  if (target_.fallbackNotice) {
+    library["fallback"] = {{"configuredPath", target_.fallbackNotice->configuredPath},
+                           {"reason", library::reasonName(target_.fallbackNotice->reason)}};
+  } else {
+    library["fallback"] = nullptr;
+  }
+  if (auto* c = target_.coordinator) {
+    daemon["paused"] = c->servicesPaused();
+    daemon["processingQueue"] = c->processingQueue() != nullptr;
+    daemon["watching"] = c->watcher() != nullptr && c->watcher()->isWatching();
+  }
+  return {{"ok", true},
+          {"daemon", std::move(daemon)},
+          {"library", std::move(library)},
+          {"items",
+           {{"total", *total}, {"live", *total - *inTrash}, {"trashed", *inTrash},
+            {"states", std::move(states)}}}};
+}
+
+Json ControlRequestHandler::reload() {
+  Status defaults = target_.userDefaults.load();
+  if (target_.coordinator) target_.coordinator->handleExternalStoreChanges();
+  if (!defaults.ok()) return errorReply(defaults.message());
+  return {{"ok", true}};
+}
+
+Json ControlRequestHandler::trashRequest(const std::string& command, const Json& request) {
+  std::vector<UUID> ids;
+  if (command != "empty-trash") {
+    if (!request.contains("ids") || !request["ids"].is_array() || request["ids"].empty()) {
+      return errorReply(command + " needs a non-empty \"ids\" list");
+    }
+    for (const auto& id : request["ids"]) {
+      auto uuid = id.is_string() ? UUID::Parse(id.get<std::string>()) : std::nullopt;
+      if (!uuid) return errorReply("\"" + (id.is_string() ? id.get<std::string>() : id.dump()) +
+                                   "\" is not an item id");
+      ids.push_back(*uuid);
+    }
+  }
+  library::LibraryTrash trash(target_.context, storage(), target_.markupEdits, target_.clock);
+  std::vector<library::TrashOutcome> outcomes;
+  if (command == "trash") {
+    outcomes = trash.moveToTrash(ids);
+  } else if (command == "restore") {
+    outcomes = trash.restore(ids);
+  } else {
+    auto removed = command == "delete" ? trash.deletePermanently(ids) : trash.emptyTrash();
+    if (!removed) return errorReply(removed.error().message());
+    outcomes = std::move(*removed);
+  }
+  // An item that left the library or went to the trash leaves the queue.
+  auto* queue = target_.coordinator ? target_.coordinator->processingQueue() : nullptr;
+  if (queue && command != "restore") {
+    for (const auto& o : outcomes) {
+      if (o.kind == library::TrashOutcome::Kind::done) queue->remove(o.id);
+    }
+  }
+  return OutcomesJson(outcomes);
+}
+
+Json ControlRequestHandler::sweepTrash() {
+  library::TrashRetentionService::SweepReport report;
+  if (target_.coordinator && target_.coordinator->trashRetention()) {
+    report = target_.coordinator->trashRetention()->runSweep();
+  } else {
+    library::StorageService* ready = storage();
+    library::TrashRetentionService once(
+        target_.context, [ready] { return ready; }, target_.markupEdits, target_.clock,
+        target_.timers);
+    report = once.runSweep();
+  }
+  if (!report.saved.ok()) return errorReply(report.saved.message());
+  if (report.skipped && report.retentionDays == 0 && !storage()) {
+    return errorReply("the library folder is not available");
+  }
+  return {{"ok", report.kept == 0},
+          {"retentionDays", report.retentionDays},
+          {"skipped", report.skipped},
+          {"removed", report.removed},
+          {"kept", report.kept}};
+}
+
+void ControlRequestHandler::import(const Json& request, Reply reply) {
+  auto* coordinator = target_.coordinator;
+  if (!coordinator) return reply(errorReply("import through the control channel needs the daemon"));
+  if (!request.contains("paths") || !request["paths"].is_array() || request["paths"].empty()) {
+    return reply(errorReply("import needs a non-empty \"paths\" list"));
+  }
+  std::vector<std::string> paths;
+  for (const auto& p : request["paths"]) {
+    if (!p.is_string() || p.get<std::string>().empty()) {
+      return reply(errorReply("every path must be a non-empty string"));
+    }
+    paths.push_back(p.get<std::string>());
+  }
+  struct Batch {
+    Json results = Json::array();
+    size_t remaining = 0;
+    bool allOk = true;
+    Reply reply;
+  };
+  auto batch = std::make_shared<Batch>();
+  batch->remaining = paths.size();
+  batch->reply = std::move(reply);
+  for (const auto& path : paths) batch->results.push_back({{"path", path}});
+  for (size_t i = 0; i < paths.size(); ++i) {
+    coordinator->importFile(paths[i], library::ImportSourceType::manualImport, std::nullopt,
+                            std::nullopt, [batch, i](ingestion::ImportResult result) {
+                              auto& entry = batch->results[i];
+                              if (result) {
+                                entry["id"] = result->uuidString();
+                                entry["error"] = nullptr;
+                              } else {
+                                entry["id"] = nullptr;
+                                entry["error"] = result.error().errorDescription();
+                                batch->allOk = false;
+                              }
+                              if (--batch->remaining == 0) {
+                                batch->reply({{"ok", batch->allOk}, {"results", batch->results}});
+                              }
+                            });
+  }
+}
+
+}  // namespace klipora::app

@@ -1,0 +1,73 @@
+// ControlRequestHandler: what the daemon's control channel understands, and
+// what the klipora commands run on the store themselves when no daemon
+// runs, so both ways give the same answer. One JSON object per request,
+// {"command": NAME, …}, one per reply, {"ok": true, …} or
+// {"ok": false, "error": TEXT}.
+//
+//   status                          daemon, library, item counts per state
+//   reload                          re-reads the user defaults and settings
+//   trash / restore / delete  ids   per-id outcomes
+//   empty-trash                     per-id outcomes
+//   sweep-trash                     one retention sweep now
+//   import  paths                   daemon only: per-path id or error
+//
+// Thread rules: main thread (it uses the main context).
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "app/app_coordinator.h"
+#include "library/library_root.h"
+#include "library/record_json.h"
+#include "platform/user_defaults.h"
+
+namespace klipora::app {
+
+using Json = library::Json;
+
+// What requests run against. In the daemon, `coordinator` supplies the
+// storage, the retention and the queue; without one (a command working on
+// the store directly) `storage` is used.
+struct RequestTarget {
+  library::ModelContext& context;
+  library::MarkupEditCleaner& markupEdits;
+  Clock& clock;
+  Timers& timers;
+  UserDefaults& userDefaults;
+  AppCoordinator* coordinator = nullptr;
+  library::StorageService* storage = nullptr;
+  std::string storePath;
+  std::string libraryRoot;
+  std::optional<library::LibraryFallbackNotice> fallbackNotice;
+  std::optional<int> daemonPid;  // set in the daemon
+};
+
+class ControlRequestHandler {
+ public:
+  using Reply = std::function<void(Json reply)>;
+
+  explicit ControlRequestHandler(RequestTarget target);
+
+  // Parses one request line and answers it (perhaps later, for imports).
+  void handleLine(const std::string& line, std::function<void(std::string)> reply);
+  void handle(const Json& request, Reply reply);
+
+  static Json errorReply(const std::string& message);
+
+ private:
+  Json status();
+  Json reload();
+  Json trashRequest(const std::string& command, const Json& request);
+  Json sweepTrash();
+  void import(const Json& request, Reply reply);
+  library::StorageService* storage();
+
+  RequestTarget target_;
+};
+
+// Builds a request, for the command-line side.
+Json makeRequest(const std::string& command);
+
+}  // namespace klipora::app

@@ -1,0 +1,91 @@
+#include "cli/daemon_client.h"
+
+#include <chrono>
+#include <iostream>
+#include <thread>
+
+#include "cli/command_registry.h"
+#include "library/markup_edit_cleaner.h"
+#include "platform/linux/flock_process_locks.h"
+#include "platform/linux/unix_socket_control_channel.h"
+
+namespace klipora::cli {
+namespace {
+
+// A daemon that holds the lock but does not listen yet is starting; give it
+// this long before working on the store directly.
+constexpr double kStartingDaemonWait = 3.0;
+
+}  // namespace
+
+std::optional<app::DaemonHolder> runningDaemon(CliSession& session) {
+  FlockProcessLocks locks;
+  auto holder = locks.currentHolder(app::daemonLockPath(session.paths().supportFolder));
+  if (!holder) return std::nullopt;
+  auto decoded = app::decodeDaemonHolder(*holder);
+  return decoded ? decoded : std::optional<app::DaemonHolder>(app::DaemonHolder{});
+}
+
+std::string replyError(const app::Json& reply) {
+  if (reply.contains("error") && reply["error"].is_string()) return reply["error"];
+  return "the request failed";
+}
+
+std::optional<LibraryReply> runLibraryRequest(CliSession& session, const app::Json& request,
+                                              double timeoutSeconds) {
+  auto start = std::chrono::steady_clock::now();
+  while (auto daemon = runningDaemon(session)) {
+    if (!daemon->socket.empty()) {
+      UnixSocketControlClient client;
+      auto line = client.request(daemon->socket, request.dump(), timeoutSeconds);
+      if (line) {
+        auto reply = app::Json::parse(*line, nullptr, /*allow_exceptions=*/false);
+        if (reply.is_object()) return LibraryReply{std::move(reply), true};
+        std::cerr << "klipora: the daemon sent a reply that is not JSON\n";
+        session.exitCode = kExitFailure;
+        return std::nullopt;
+      }
+      if (line.error().code() != Status::Code::kUnavailable) {
+        std::cerr << "klipora: the daemon (pid " << daemon->pid
+                  << ") did not answer: " << line.error().message() << "\n";
+        session.exitCode = kExitFailure;
+        return std::nullopt;
+      }
+    }
+    std::chrono::duration<double> waited = std::chrono::steady_clock::now() - start;
+    if (waited.count() > kStartingDaemonWait) {
+      std::cerr << "klipora: the daemon (pid " << daemon->pid
+                << ") is not answering; working on the library directly\n";
+      break;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  }
+
+  if (!session.openLibrary()) return std::nullopt;
+  // The markup module supplies the real cleaner once it exists.
+  static library::NoMarkupEdits markupEdits;
+  auto& platform = session.platform();
+  app::ControlRequestHandler handler(app::RequestTarget{
+      .context = session.context(),
+      .markupEdits = markupEdits,
+      .clock = platform.clock,
+      .timers = platform.mainLoop,
+      .userDefaults = session.userDefaults(),
+      .coordinator = nullptr,
+      .storage = &session.storage(),
+      .storePath = session.container().storePath(),
+      .libraryRoot = session.libraryRoot().root,
+      .fallbackNotice = session.libraryRoot().fallbackNotice,
+      .daemonPid = std::nullopt,
+  });
+  std::optional<app::Json> reply;
+  handler.handle(request, [&reply](app::Json r) { reply = std::move(r); });
+  if (!reply) {
+    std::cerr << "klipora: this request needs the daemon (`klipora run`)\n";
+    session.exitCode = kExitFailure;
+    return std::nullopt;
+  }
+  return LibraryReply{std::move(*reply), false};
+}
+
+}  // namespace klipora::cli

@@ -1,0 +1,34 @@
+// Reaching the daemon from the other klipora commands: a request goes to the
+// running `klipora run` of this store when there is one, and is otherwise
+// run on the store directly by the same handler, so the answer is the same
+// either way (see app/control_requests.h).
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "app/control_requests.h"
+#include "app/daemon_paths.h"
+#include "cli/cli_session.h"
+
+namespace klipora::cli {
+
+// The daemon holding this store's lock, if any (its socket may still be empty
+// while it starts).
+std::optional<app::DaemonHolder> runningDaemon(CliSession& session);
+
+struct LibraryReply {
+  app::Json reply;
+  bool viaDaemon = false;
+};
+
+// Runs `request` through the daemon or on the store. Fails only when neither
+// can answer; the store's own failures come back as {"ok": false} replies.
+// On failure the reason has been printed and session.exitCode set.
+std::optional<LibraryReply> runLibraryRequest(CliSession& session, const app::Json& request,
+                                              double timeoutSeconds = 600);
+
+// The text of a reply's "error", for messages.
+std::string replyError(const app::Json& reply);
+
+}  // namespace klipora::cli
