@@ -71,6 +71,7 @@ void AsioMainLoop::cancel(TimerId id) {
 }
 
 void AsioMainLoop::run() {
+  context_.restart();  // a loop stopped before may run again
   auto guard = asio::make_work_guard(context_);
   context_.run();
 }

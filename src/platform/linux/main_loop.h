@@ -33,7 +33,7 @@ class AsioMainLoop final : public Executor, public Timers {
                             std::function<void()> fire) override;
   void cancel(TimerId id) override;
 
-  // Runs until stop(); returns at once if already stopped.
+  // Runs until stop(); may be called again after it returned.
   void run();
   // Runs queued work until none is left and no timer is pending, then returns.
   void runUntilIdle();

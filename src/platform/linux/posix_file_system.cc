@@ -51,7 +51,8 @@ Status WriteAndSync(const std::string& path, std::string_view data, int flags) {
   Fd fd(::open(path.c_str(), flags | O_WRONLY | O_CLOEXEC, 0644));
   if (fd.get() < 0) return Status::FromErrno(errno, "create " + path);
   Status s = WriteAll(fd.get(), data, path);
-  if (s.ok() && ::fsync(fd.get()) != 0) s = Status::FromErrno(errno, "sync " + path);
+  // fdatasync: the data and the size reach the disk; timestamps may lag.
+  if (s.ok() && ::fdatasync(fd.get()) != 0) s = Status::FromErrno(errno, "sync " + path);
   if (fd.close() != 0 && s.ok()) s = Status::FromErrno(errno, "close " + path);
   if (!s.ok()) ::unlink(path.c_str());
   return s;

@@ -1,0 +1,125 @@
+// The real file system and image codec, on real files and real images.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/xattr.h>
+
+#include "platform/linux/posix_file_system.h"
+#include "platform/linux/testing/test_images.h"
+#include "platform/linux/vips_image_codec.h"
+#include "platform/testing/temp_dir.h"
+
+namespace klipora {
+namespace {
+
+class PosixFileSystemTest : public ::testing::Test {
+ protected:
+  testing::TempDir dir_;
+  PosixFileSystem fs_;
+};
+
+TEST_F(PosixFileSystemTest, WritesReadsAndReplacesFiles) {
+  std::string path = dir_.file("a/b/c.txt");
+  ASSERT_TRUE(fs_.createDirectories(dir_.file("a/b")).ok());
+  ASSERT_TRUE(fs_.writeNewFile(path, "one").ok());
+  EXPECT_EQ(fs_.writeNewFile(path, "two").code(), Status::Code::kAlreadyExists);
+  ASSERT_TRUE(fs_.writeFileAtomically(path, "three").ok());
+  EXPECT_EQ(*fs_.readFile(path), "three");
+  auto attributes = fs_.attributes(path);
+  ASSERT_TRUE(attributes);
+  EXPECT_EQ(attributes->size, 5);
+  EXPECT_TRUE(attributes->isRegularFile);
+  EXPECT_GT(attributes->changeTime.timeIntervalSince1970(), 1e9);
+  EXPECT_EQ(fs_.readFile(dir_.file("missing")).error().code(), Status::Code::kNotFound);
+  EXPECT_EQ(fs_.createDirectories(path).code(), Status::Code::kAlreadyExists);
+  EXPECT_EQ(*fs_.listDirectory(dir_.file("a/b")), std::vector<std::string>{"c.txt"});
+  EXPECT_TRUE(fs_.isWritableDirectory(dir_.path()));
+  EXPECT_FALSE(fs_.isWritableDirectory(path));
+}
+
+TEST_F(PosixFileSystemTest, ScreenCaptureMarkIsRemovedAndItsAbsenceIsFine) {
+  std::string path = dir_.file("shot.png");
+  ASSERT_TRUE(fs_.writeNewFile(path, "x").ok());
+  EXPECT_TRUE(fs_.removeExtendedAttribute(path, "user.klipora.screen-capture").ok());
+  if (setxattr(path.c_str(), "user.klipora.screen-capture", "1", 1, 0) != 0) {
+    GTEST_SKIP() << "this file system keeps no user attributes";
+  }
+  EXPECT_EQ(*fs_.extendedAttribute(path, "user.klipora.screen-capture"), "1");
+  EXPECT_TRUE(fs_.removeExtendedAttribute(path, "user.klipora.screen-capture").ok());
+  EXPECT_FALSE(fs_.extendedAttribute(path, "user.klipora.screen-capture"));
+}
+
+TEST_F(PosixFileSystemTest, AWriteThatRunsOutOfRoomLeavesNoPartialFile) {
+  // A file-size limit makes write() fail part-way, as a full disk does.
+  struct rlimit old;
+  getrlimit(RLIMIT_FSIZE, &old);
+  signal(SIGXFSZ, SIG_IGN);
+  struct rlimit small = {4096, old.rlim_max};
+  setrlimit(RLIMIT_FSIZE, &small);
+  Status fresh = fs_.writeNewFile(dir_.file("big.png"), std::string(100000, 'x'));
+  Status replaced = fs_.writeFileAtomically(dir_.file("big.json"), std::string(100000, 'x'));
+  setrlimit(RLIMIT_FSIZE, &old);
+  EXPECT_FALSE(fresh.ok());
+  EXPECT_FALSE(replaced.ok());
+  EXPECT_TRUE(fs_.listDirectory(dir_.path())->empty());
+}
+
+class VipsImageCodecTest : public ::testing::Test {
+ protected:
+  VipsImageCodec codec_;
+};
+
+TEST_F(VipsImageCodecTest, ReadsFactsAndMakesUprightThumbnails) {
+  std::string jpeg = testing::makeTestImage(
+      {.width = 400, .height = 300, .orientation = 6,
+       .exifDateTimeOriginal = "2024:02:29 23:59:59", .format = ".jpg"});
+  auto p = codec_.properties(jpeg);
+  ASSERT_TRUE(p) << p.error().message();
+  EXPECT_EQ(p->width, 400);
+  EXPECT_EQ(p->orientation, 6);
+  EXPECT_EQ(p->exifDateTimeOriginal, "2024:02:29 23:59:59");
+  EXPECT_EQ(p->format, "jpeg");
+  auto thumb = codec_.makeJpegThumbnail(jpeg, 300, 80);
+  ASSERT_TRUE(thumb);
+  auto t = codec_.properties(*thumb);
+  EXPECT_EQ(t->width, 225);  // turned upright: taller than wide
+  EXPECT_EQ(t->height, 300);
+  EXPECT_EQ(t->orientation, 1);
+
+  std::string small = testing::makeTestImage({.width = 120, .height = 80});
+  auto same = codec_.properties(*codec_.makeJpegThumbnail(small, 300, 80));
+  EXPECT_EQ(same->width, 120);  // never enlarged
+}
+
+TEST_F(VipsImageCodecTest, OddButValidImagesThumbnail) {
+  for (const auto& options : {testing::TestImageOptions{.bands = 4},
+                              testing::TestImageOptions{.bands = 2},
+                              testing::TestImageOptions{.bands = 3, .sixteenBit = true},
+                              testing::TestImageOptions{.format = ".webp"},
+                              testing::TestImageOptions{.format = ".gif"},
+                              testing::TestImageOptions{.format = ".tif"}}) {
+    std::string bytes = testing::makeTestImage(options);
+    ASSERT_FALSE(bytes.empty()) << options.format;
+    auto thumb = codec_.makeJpegThumbnail(bytes, 300, 80);
+    EXPECT_TRUE(thumb) << options.format << " bands=" << options.bands << ": "
+                       << (thumb ? "" : thumb.error().message());
+  }
+}
+
+TEST_F(VipsImageCodecTest, BrokenImagesFailCleanly) {
+  EXPECT_EQ(codec_.properties("").error().code(), Status::Code::kInvalidArgument);
+  EXPECT_EQ(codec_.properties("%PDF-1.4 not an image").error().code(),
+            Status::Code::kInvalidArgument);
+  std::string png = testing::makeTestImage({.width = 800, .height = 600});
+  std::string truncated = png.substr(0, png.size() / 2);
+  EXPECT_TRUE(codec_.properties(truncated));  // the header is intact
+  EXPECT_FALSE(codec_.makeJpegThumbnail(truncated, 300, 80));
+  std::string huge = testing::makeDeclaredHugePng(100000, 100000);
+  auto p = codec_.properties(huge);
+  ASSERT_TRUE(p);
+  EXPECT_EQ(p->width, 100000);
+  EXPECT_FALSE(codec_.makeJpegThumbnail(huge, 300, 80));  // fails at the missing data
+}
+
+}  // namespace
+}  // namespace klipora
