@@ -7,6 +7,7 @@
 #include "library/app_settings.h"
 #include "library/records.h"
 #include "library/screenshot_item.h"
+#include "library/search_index.h"
 #include "library/trash_deleted_originals_store.h"
 
 namespace klipora::library {
@@ -122,6 +123,7 @@ Status migrateToCurrentSchema(Database& db) {
   // Tables and indexes are checked on every open, so a column added within
   // this schema version reaches stores that predate it.
   if (Status s = EnsureAllTables(db); !s.ok()) return fail(s);
+  if (Status s = SearchIndex::ensure(db); !s.ok()) return fail(s);
   if (Status s = db.exec("PRAGMA user_version = " + std::to_string(version)); !s.ok()) {
     return fail(s);
   }

@@ -1,0 +1,304 @@
+#include "library/search_index.h"
+
+#include <sqlite3.h>
+
+#include <cctype>
+#include <memory>
+
+#include "platform/log.h"
+
+namespace klipora::library {
+namespace {
+
+// Bump when any definition below changes: stores built by another version are
+// rebuilt, since deleting an entry needs exactly the text that was indexed.
+constexpr int64_t kIndexVersion = 1;
+
+struct IndexedColumn {
+  const char* name;
+  const char* expression;  // over the item's columns, written with {p} before each
+};
+
+constexpr IndexedColumn kColumns[] = {
+    {"title", "coalesce(nullif(trim({p}userTitle, char(32, 9, 10, 11, 12, 13)), ''), "
+              "{p}generatedTitle)"},
+    {"filename", "{p}originalFilename"},
+    {"body", "{p}ocrText"},
+    {"details", "coalesce({p}generatedSummary, '') || ' ' || coalesce({p}userNote, '')"},
+    {"tags", "{p}userTagsRaw"},
+    {"keywords", "{p}generatedKeywordsRaw || char(31) || {p}generatedEntitiesRaw"},
+    {"category", "coalesce({p}userCategory, {p}generatedCategory)"},
+    {"app", "{p}sourceAppName"},
+};
+
+// The item columns the expressions read; a change to any of them re-indexes.
+constexpr const char* kWatchedColumns =
+    "userTitle, generatedTitle, originalFilename, ocrText, generatedSummary, userNote, "
+    "userTagsRaw, generatedKeywordsRaw, generatedEntitiesRaw, userCategory, generatedCategory, "
+    "sourceAppName";
+
+// Title and tags say most about an item; the recognised text is long and
+// says least per word.
+constexpr const char* kRank = "bm25(8.0, 2.0, 1.0, 1.0, 6.0, 4.0, 3.0, 2.0)";
+
+std::string Expressions(const std::string& prefix, bool withNames) {
+  std::string out;
+  for (const auto& c : kColumns) {
+    std::string e = c.expression;
+    for (size_t at; (at = e.find("{p}")) != std::string::npos;) e.replace(at, 3, prefix);
+    if (!out.empty()) out += ", ";
+    out += e;
+    if (withNames) out += std::string(" AS ") + c.name;
+  }
+  return out;
+}
+
+std::string Names() {
+  std::string out;
+  for (const auto& c : kColumns) out += std::string(out.empty() ? "" : ", ") + c.name;
+  return out;
+}
+
+std::vector<std::string> CreateStatements() {
+  const std::string names = Names();
+  return {
+      "CREATE VIEW ScreenshotSearchSource AS SELECT rowid AS rowid, " + Expressions("", true) +
+          " FROM ScreenshotItem",
+      "CREATE VIRTUAL TABLE ScreenshotSearch USING fts5(" + names +
+          ", content='ScreenshotSearchSource', content_rowid='rowid', "
+          "tokenize='unicode61 remove_diacritics 2', prefix='2 3')",
+      "INSERT INTO ScreenshotSearch(ScreenshotSearch, rank) VALUES('rank', '" +
+          std::string(kRank) + "')",
+      "CREATE TABLE ScreenshotSearchPending (itemRowid INTEGER PRIMARY KEY, "
+      "indexed INTEGER NOT NULL, " + names + ")",
+      "CREATE TABLE ScreenshotSearchState (id INTEGER PRIMARY KEY CHECK (id = 1), "
+      "version INTEGER NOT NULL, itemCount INTEGER NOT NULL, maxRowid INTEGER NOT NULL)",
+      "CREATE TRIGGER ScreenshotSearch_afterInsert AFTER INSERT ON ScreenshotItem BEGIN "
+      "INSERT OR IGNORE INTO ScreenshotSearchPending(itemRowid, indexed) VALUES (new.rowid, 0); "
+      "END",
+      // The first change after indexing keeps the indexed text; later ones
+      // are ignored, as the entry already holds it.
+      "CREATE TRIGGER ScreenshotSearch_afterUpdate AFTER UPDATE OF " +
+          std::string(kWatchedColumns) +
+          " ON ScreenshotItem BEGIN "
+          "INSERT OR IGNORE INTO ScreenshotSearchPending(itemRowid, indexed, " + names +
+          ") VALUES (old.rowid, 1, " + Expressions("old.", false) + "); END",
+      "CREATE TRIGGER ScreenshotSearch_afterDelete AFTER DELETE ON ScreenshotItem BEGIN "
+      "INSERT OR IGNORE INTO ScreenshotSearchPending(itemRowid, indexed, " + names +
+          ") VALUES (old.rowid, 1, " + Expressions("old.", false) + "); END",
+      // The grid's main orders and the trash, so that the first page of a
+      // large library reads a page of index rather than every item.
+      "CREATE INDEX IF NOT EXISTS ScreenshotItem_visibleByDate ON "
+      "ScreenshotItem(coalesce(capturedAt, importedAt)) WHERE deleted = 0 AND deletedAt IS NULL",
+      "CREATE INDEX IF NOT EXISTS ScreenshotItem_trashByDate ON "
+      "ScreenshotItem(coalesce(capturedAt, importedAt)) "
+      "WHERE (deleted <> 0 OR deletedAt IS NOT NULL)",
+  };
+}
+
+constexpr const char* kDropStatements =
+    "DROP TRIGGER IF EXISTS ScreenshotSearch_afterInsert;"
+    "DROP TRIGGER IF EXISTS ScreenshotSearch_afterUpdate;"
+    "DROP TRIGGER IF EXISTS ScreenshotSearch_afterDelete;"
+    "DROP TABLE IF EXISTS ScreenshotSearch;"
+    "DROP TABLE IF EXISTS ScreenshotSearchPending;"
+    "DROP TABLE IF EXISTS ScreenshotSearchState;"
+    "DROP VIEW IF EXISTS ScreenshotSearchSource;";
+
+// Item count and largest rowid: they change only with inserts and deletes,
+// which the triggers note, so a difference with nothing noted means the rows
+// were renumbered behind the index's back.
+Result<std::pair<int64_t, int64_t>> ItemShape(Database& db) {
+  ASSIGN_OR_RETURN(auto rows,
+                   db.query("SELECT count(*), coalesce(max(rowid), 0) FROM ScreenshotItem"));
+  return std::make_pair(std::get<int64_t>(rows[0][0]), std::get<int64_t>(rows[0][1]));
+}
+
+Status RecordState(Database& db) {
+  ASSIGN_OR_RETURN(auto shape, ItemShape(db));
+  ASSIGN_OR_RETURN(auto n, db.execute("INSERT OR REPLACE INTO ScreenshotSearchState "
+                                      "(id, version, itemCount, maxRowid) VALUES (1, ?, ?, ?)",
+                                      {SqlValue(kIndexVersion), SqlValue(shape.first),
+                                       SqlValue(shape.second)}));
+  (void)n;
+  return Status::Ok();
+}
+
+Status CreateAndFill(Database& db) {
+  RETURN_IF_ERROR(db.exec(kDropStatements));
+  for (const auto& sql : CreateStatements()) RETURN_IF_ERROR(db.exec(sql));
+  RETURN_IF_ERROR(db.exec("INSERT INTO ScreenshotSearch(ScreenshotSearch) VALUES('rebuild')"));
+  return RecordState(db);
+}
+
+Result<bool> IsCurrent(Database& db) {
+  ASSIGN_OR_RETURN(auto objects,
+                   db.query("SELECT count(*) FROM sqlite_master WHERE name IN ("
+                            "'ScreenshotSearch', 'ScreenshotSearchSource', "
+                            "'ScreenshotSearchPending', 'ScreenshotSearchState', "
+                            "'ScreenshotSearch_afterInsert', 'ScreenshotSearch_afterUpdate', "
+                            "'ScreenshotSearch_afterDelete')"));
+  if (std::get<int64_t>(objects[0][0]) != 7) return false;
+  ASSIGN_OR_RETURN(auto state, db.query("SELECT version, itemCount, maxRowid FROM "
+                                        "ScreenshotSearchState WHERE id = 1"));
+  if (state.empty() || state[0][0] != SqlValue(kIndexVersion)) return false;
+  ASSIGN_OR_RETURN(auto pending, db.query("SELECT EXISTS (SELECT 1 FROM ScreenshotSearchPending)"));
+  if (std::get<int64_t>(pending[0][0]) != 0) return true;
+  ASSIGN_OR_RETURN(auto shape, ItemShape(db));
+  return state[0][1] == SqlValue(shape.first) && state[0][2] == SqlValue(shape.second);
+}
+
+struct TokenSink {
+  std::vector<std::string>* out;
+};
+
+int CollectToken(void* context, int, const char* token, int length, int, int) {
+  static_cast<TokenSink*>(context)->out->emplace_back(token, static_cast<size_t>(length));
+  return SQLITE_OK;
+}
+
+size_t CharacterCount(const std::string& utf8) {
+  size_t n = 0;
+  for (unsigned char c : utf8) n += (c & 0xC0) != 0x80;
+  return n;
+}
+
+std::string Phrase(const std::vector<std::string>& tokens) {
+  std::string out = "\"";
+  for (size_t i = 0; i < tokens.size(); ++i) {
+    if (i) out.push_back(' ');
+    for (char c : tokens[i]) {
+      if (c == '"') out.push_back('"');
+      out.push_back(c);
+    }
+  }
+  out.push_back('"');
+  return out;
+}
+
+// The index's own tokenizer, reached through the FTS5 C interface, so the
+// query is cut into exactly the tokens the index holds.
+class QueryTokenizer {
+ public:
+  static Result<std::unique_ptr<QueryTokenizer>> open(Database& db) {
+    fts5_api* api = nullptr;
+    sqlite3_stmt* stmt = nullptr;
+    if (sqlite3_prepare_v2(db.handle(), "SELECT fts5(?1)", -1, &stmt, nullptr) != SQLITE_OK) {
+      return Err(Status::Internal("this SQLite has no FTS5"));
+    }
+    sqlite3_bind_pointer(stmt, 1, static_cast<void*>(&api), "fts5_api_ptr", nullptr);
+    sqlite3_step(stmt);
+    sqlite3_finalize(stmt);
+    if (!api) return Err(Status::Internal("this SQLite has no FTS5"));
+    auto out = std::unique_ptr<QueryTokenizer>(new QueryTokenizer);
+    void* userData = nullptr;
+    if (api->xFindTokenizer(api, "unicode61", &userData, &out->tokenizer_) != SQLITE_OK) {
+      return Err(Status::Internal("FTS5 has no unicode61 tokenizer"));
+    }
+    const char* args[] = {"remove_diacritics", "2"};
+    if (out->tokenizer_.xCreate(userData, args, 2, &out->instance_) != SQLITE_OK) {
+      return Err(Status::Internal("cannot create the unicode61 tokenizer"));
+    }
+    return out;
+  }
+  ~QueryTokenizer() {
+    if (instance_) tokenizer_.xDelete(instance_);
+  }
+
+  Result<std::vector<std::string>> tokens(std::string_view text) {
+    std::vector<std::string> out;
+    TokenSink sink{&out};
+    int rc = tokenizer_.xTokenize(instance_, &sink, FTS5_TOKENIZE_QUERY, text.data(),
+                                  static_cast<int>(text.size()), CollectToken);
+    if (rc != SQLITE_OK) return Err(Status::Internal("tokenizing the query failed"));
+    return out;
+  }
+
+ private:
+  QueryTokenizer() = default;
+  fts5_tokenizer tokenizer_{};
+  Fts5Tokenizer* instance_ = nullptr;
+};
+
+}  // namespace
+
+Status SearchIndex::ensure(Database& db) {
+  ASSIGN_OR_RETURN(bool current, IsCurrent(db));
+  if (current) return Status::Ok();
+  log::info("Library", "Building the search index");
+  return CreateAndFill(db);
+}
+
+Status SearchIndex::rebuild(Database& db) {
+  RETURN_IF_ERROR(db.exec("BEGIN IMMEDIATE"));
+  Status s = CreateAndFill(db);
+  if (!s.ok()) {
+    (void)db.exec("ROLLBACK");
+    return s;
+  }
+  return db.exec("COMMIT");
+}
+
+Result<int64_t> SearchIndex::catchUp(Database& db) {
+  ASSIGN_OR_RETURN(auto any, db.query("SELECT EXISTS (SELECT 1 FROM ScreenshotSearchPending)"));
+  if (std::get<int64_t>(any[0][0]) == 0) return int64_t{0};
+  const std::string names = Names();
+  RETURN_IF_ERROR(db.exec("BEGIN IMMEDIATE"));
+  auto run = [&]() -> Result<int64_t> {
+    ASSIGN_OR_RETURN(auto count, db.query("SELECT count(*) FROM ScreenshotSearchPending"));
+    RETURN_IF_ERROR(db.exec("INSERT INTO ScreenshotSearch(ScreenshotSearch, rowid, " + names +
+                            ") SELECT 'delete', itemRowid, " + names +
+                            " FROM ScreenshotSearchPending WHERE indexed <> 0"));
+    RETURN_IF_ERROR(db.exec("INSERT INTO ScreenshotSearch(rowid, " + names + ") SELECT rowid, " +
+                            names +
+                            " FROM ScreenshotSearchSource WHERE rowid IN "
+                            "(SELECT itemRowid FROM ScreenshotSearchPending)"));
+    RETURN_IF_ERROR(db.exec("DELETE FROM ScreenshotSearchPending"));
+    RETURN_IF_ERROR(RecordState(db));
+    return std::get<int64_t>(count[0][0]);
+  };
+  auto done = run();
+  if (!done) {
+    (void)db.exec("ROLLBACK");
+    return Err(done.error().WithContext("search index update failed"));
+  }
+  RETURN_IF_ERROR(db.exec("COMMIT"));
+  return done;
+}
+
+Result<std::vector<std::string>> SearchIndex::tokens(Database& db, std::string_view text) {
+  ASSIGN_OR_RETURN(auto tokenizer, QueryTokenizer::open(db));
+  return tokenizer->tokens(text);
+}
+
+Result<std::string> SearchIndex::matchExpression(Database& db, std::string_view freeText) {
+  ASSIGN_OR_RETURN(auto tokenizer, QueryTokenizer::open(db));
+  std::string expression;
+  size_t terms = 0;
+  size_t words = 0;
+  size_t i = 0;
+  // Words without tokens are skipped, but only so many are looked at, so a
+  // huge paste of punctuation stays cheap.
+  while (i < freeText.size() && terms < kMaxTerms && words < 8 * kMaxTerms) {
+    while (i < freeText.size() && std::isspace(static_cast<unsigned char>(freeText[i]))) ++i;
+    size_t start = i;
+    while (i < freeText.size() && !std::isspace(static_cast<unsigned char>(freeText[i]))) ++i;
+    if (start == i) break;
+    ++words;
+    ASSIGN_OR_RETURN(auto found, tokenizer->tokens(freeText.substr(start, i - start)));
+    if (found.empty()) continue;
+    ++terms;
+    if (!expression.empty()) expression += " AND ";
+    expression += Phrase(found);
+    if (CharacterCount(found.back()) >= 2) expression += " *";
+  }
+  return expression;
+}
+
+Result<std::string> SearchIndex::tagExpression(Database& db, std::string_view tagName) {
+  ASSIGN_OR_RETURN(auto words, tokens(db, tagName));
+  if (words.empty()) return std::string();
+  return "tags : " + Phrase(words);
+}
+
+}  // namespace klipora::library

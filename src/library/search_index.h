@@ -1,0 +1,63 @@
+// SearchIndex: the full-text index of the library's items, an SQLite FTS5
+// table ("ScreenshotSearch": unicode61 tokens with diacritics folded, prefix
+// indexes of 2 and 3 characters) over the searchable fields of each
+// ScreenshotItem (title, file name, recognised text, summary and note, tags,
+// keywords and entities, effective category, source application).
+//
+// How it stays in step: triggers on the ScreenshotItem table, created with the
+// schema and kept in the store file, note every inserted, changed or deleted
+// item in "ScreenshotSearchPending" inside the writer's own transaction, with
+// the text the index held for it. So every write path, whichever process or
+// tool makes it, is noted at the cost of one small row; the expensive part
+// (tokenising a few hundred words per item) is left to catchUp(), which any
+// process runs before it searches (the library query does this itself) and
+// which the app may run when idle. The index reads the items' text through
+// the view "ScreenshotSearchSource"; trash and archive marks are not indexed,
+// so moving an item in or out of the trash never touches the index.
+//
+// Thread rules: functions take the caller's connection and use it on the
+// caller's thread.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "library/database.h"
+
+namespace klipora::library {
+
+class SearchIndex {
+ public:
+  // Creates the index and its triggers, or rebuilds them when this build's
+  // definition differs from the stored one or the item rows were renumbered
+  // (a VACUUM by an outside tool). Runs inside the caller's transaction (part
+  // of schema setup).
+  static Status ensure(Database& db);
+
+  // Indexes every item noted since the last catch-up, in one transaction.
+  // Returns the number of items brought up to date (0 costs one read).
+  static Result<int64_t> catchUp(Database& db);
+
+  // Drops and re-creates the index from the items' text.
+  static Status rebuild(Database& db);
+
+  // The tokens `text` yields under the index's tokenizer (folded, lower-case).
+  static Result<std::vector<std::string>> tokens(Database& db, std::string_view text);
+
+  // An FTS5 MATCH expression for what the user typed: each blank-separated
+  // word becomes a quoted phrase of its tokens that matches as a prefix (when
+  // its last token has two characters or more), so no input can be read as
+  // FTS syntax. Words without a token are dropped; only the first kMaxTerms
+  // words count. Empty when no word has a token.
+  static Result<std::string> matchExpression(Database& db, std::string_view freeText);
+  // A MATCH expression that requires `tagName` in the tags column; empty when
+  // the name has no token (then only the exact check applies).
+  static Result<std::string> tagExpression(Database& db, std::string_view tagName);
+
+  static constexpr size_t kMaxTerms = 32;
+  static constexpr const char* kTable = "ScreenshotSearch";
+};
+
+}  // namespace klipora::library
