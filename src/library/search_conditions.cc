@@ -11,9 +11,11 @@ namespace {
 using Kind = SidebarSelection::Kind;
 
 constexpr const char* kEffectiveCategory = "coalesce(userCategory, generatedCategory)";
-// Written exactly as the partial indexes of the search index declare them,
-// so that SQLite can use those indexes.
-constexpr const char* kVisible = "deleted = 0 AND deletedAt IS NULL";
+// Written as the partial indexes of the search index declare them, so that
+// SQLite can use those indexes; likely() keeps it from choosing the plain
+// deletedAt index, whose statistics make "IS NULL" look selective when
+// nearly every item matches it.
+constexpr const char* kVisible = "deleted = 0 AND likely(deletedAt IS NULL)";
 constexpr const char* kTrashed = "(deleted <> 0 OR deletedAt IS NOT NULL)";
 
 void HasTag(sqlite3_context* context, int, sqlite3_value** argv) {

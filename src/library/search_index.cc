@@ -2,6 +2,7 @@
 
 #include <sqlite3.h>
 
+#include <algorithm>
 #include <cctype>
 #include <memory>
 
@@ -12,7 +13,7 @@ namespace {
 
 // Bump when any definition below changes: stores built by another version are
 // rebuilt, since deleting an entry needs exactly the text that was indexed.
-constexpr int64_t kIndexVersion = 1;
+constexpr int64_t kIndexVersion = 2;
 
 struct IndexedColumn {
   const char* name;
@@ -59,6 +60,12 @@ std::string Names() {
   return out;
 }
 
+std::string NoteOld(const std::string& names) {
+  return "INSERT OR IGNORE INTO ScreenshotSearchPending(itemRowid, indexed, " + names +
+         ") SELECT old.rowid, 1, " + Expressions("old.", false) +
+         " WHERE old.rowid <= (SELECT maxRowid FROM ScreenshotSearchState WHERE id = 1);";
+}
+
 std::vector<std::string> CreateStatements() {
   const std::string names = Names();
   return {
@@ -73,19 +80,13 @@ std::vector<std::string> CreateStatements() {
       "indexed INTEGER NOT NULL, " + names + ")",
       "CREATE TABLE ScreenshotSearchState (id INTEGER PRIMARY KEY CHECK (id = 1), "
       "version INTEGER NOT NULL, itemCount INTEGER NOT NULL, maxRowid INTEGER NOT NULL)",
-      "CREATE TRIGGER ScreenshotSearch_afterInsert AFTER INSERT ON ScreenshotItem BEGIN "
-      "INSERT OR IGNORE INTO ScreenshotSearchPending(itemRowid, indexed) VALUES (new.rowid, 0); "
-      "END",
-      // The first change after indexing keeps the indexed text; later ones
-      // are ignored, as the entry already holds it.
+      // The first change to an indexed item keeps the text the index holds
+      // for it; later ones are ignored, as the entry already holds it. Items
+      // above the indexed rowid are new and not in the index yet.
       "CREATE TRIGGER ScreenshotSearch_afterUpdate AFTER UPDATE OF " +
-          std::string(kWatchedColumns) +
-          " ON ScreenshotItem BEGIN "
-          "INSERT OR IGNORE INTO ScreenshotSearchPending(itemRowid, indexed, " + names +
-          ") VALUES (old.rowid, 1, " + Expressions("old.", false) + "); END",
-      "CREATE TRIGGER ScreenshotSearch_afterDelete AFTER DELETE ON ScreenshotItem BEGIN "
-      "INSERT OR IGNORE INTO ScreenshotSearchPending(itemRowid, indexed, " + names +
-          ") VALUES (old.rowid, 1, " + Expressions("old.", false) + "); END",
+          std::string(kWatchedColumns) + " ON ScreenshotItem BEGIN " + NoteOld(names) + " END",
+      "CREATE TRIGGER ScreenshotSearch_afterDelete AFTER DELETE ON ScreenshotItem BEGIN " +
+          NoteOld(names) + " END",
       // The grid's main orders and the trash, so that the first page of a
       // large library reads a page of index rather than every item.
       "CREATE INDEX IF NOT EXISTS ScreenshotItem_visibleByDate ON "
@@ -105,21 +106,16 @@ constexpr const char* kDropStatements =
     "DROP TABLE IF EXISTS ScreenshotSearchState;"
     "DROP VIEW IF EXISTS ScreenshotSearchSource;";
 
-// Item count and largest rowid: they change only with inserts and deletes,
-// which the triggers note, so a difference with nothing noted means the rows
-// were renumbered behind the index's back.
-Result<std::pair<int64_t, int64_t>> ItemShape(Database& db) {
+// The index holds every item up to `maxRowid` (new items get larger rowids,
+// or reuse a deleted one, which the delete trigger notes) and `itemCount`
+// items then. Only a renumbering of the rows (a VACUUM by an outside tool)
+// changes how many items lie at or below it without a noted delete.
+Status RecordState(Database& db) {
   ASSIGN_OR_RETURN(auto rows,
                    db.query("SELECT count(*), coalesce(max(rowid), 0) FROM ScreenshotItem"));
-  return std::make_pair(std::get<int64_t>(rows[0][0]), std::get<int64_t>(rows[0][1]));
-}
-
-Status RecordState(Database& db) {
-  ASSIGN_OR_RETURN(auto shape, ItemShape(db));
   ASSIGN_OR_RETURN(auto n, db.execute("INSERT OR REPLACE INTO ScreenshotSearchState "
                                       "(id, version, itemCount, maxRowid) VALUES (1, ?, ?, ?)",
-                                      {SqlValue(kIndexVersion), SqlValue(shape.first),
-                                       SqlValue(shape.second)}));
+                                      {SqlValue(kIndexVersion), rows[0][0], rows[0][1]}));
   (void)n;
   return Status::Ok();
 }
@@ -136,16 +132,16 @@ Result<bool> IsCurrent(Database& db) {
                    db.query("SELECT count(*) FROM sqlite_master WHERE name IN ("
                             "'ScreenshotSearch', 'ScreenshotSearchSource', "
                             "'ScreenshotSearchPending', 'ScreenshotSearchState', "
-                            "'ScreenshotSearch_afterInsert', 'ScreenshotSearch_afterUpdate', "
-                            "'ScreenshotSearch_afterDelete')"));
-  if (std::get<int64_t>(objects[0][0]) != 7) return false;
+                            "'ScreenshotSearch_afterUpdate', 'ScreenshotSearch_afterDelete')"));
+  if (std::get<int64_t>(objects[0][0]) != 6) return false;
   ASSIGN_OR_RETURN(auto state, db.query("SELECT version, itemCount, maxRowid FROM "
                                         "ScreenshotSearchState WHERE id = 1"));
   if (state.empty() || state[0][0] != SqlValue(kIndexVersion)) return false;
   ASSIGN_OR_RETURN(auto pending, db.query("SELECT EXISTS (SELECT 1 FROM ScreenshotSearchPending)"));
   if (std::get<int64_t>(pending[0][0]) != 0) return true;
-  ASSIGN_OR_RETURN(auto shape, ItemShape(db));
-  return state[0][1] == SqlValue(shape.first) && state[0][2] == SqlValue(shape.second);
+  ASSIGN_OR_RETURN(auto below, db.query("SELECT count(*) FROM ScreenshotItem WHERE rowid <= ?",
+                                        {state[0][2]}));
+  return below[0][0] == state[0][1];
 }
 
 struct TokenSink {
@@ -240,22 +236,27 @@ Status SearchIndex::rebuild(Database& db) {
 }
 
 Result<int64_t> SearchIndex::catchUp(Database& db) {
-  ASSIGN_OR_RETURN(auto any, db.query("SELECT EXISTS (SELECT 1 FROM ScreenshotSearchPending)"));
-  if (std::get<int64_t>(any[0][0]) == 0) return int64_t{0};
+  constexpr const char* kBehind =
+      "SELECT EXISTS (SELECT 1 FROM ScreenshotSearchPending) OR "
+      "(SELECT coalesce(max(rowid), 0) FROM ScreenshotItem) > "
+      "(SELECT maxRowid FROM ScreenshotSearchState WHERE id = 1)";
+  ASSIGN_OR_RETURN(auto behind, db.query(kBehind));
+  if (std::get<int64_t>(behind[0][0]) == 0) return int64_t{0};
   const std::string names = Names();
   RETURN_IF_ERROR(db.exec("BEGIN IMMEDIATE"));
   auto run = [&]() -> Result<int64_t> {
-    ASSIGN_OR_RETURN(auto count, db.query("SELECT count(*) FROM ScreenshotSearchPending"));
     RETURN_IF_ERROR(db.exec("INSERT INTO ScreenshotSearch(ScreenshotSearch, rowid, " + names +
                             ") SELECT 'delete', itemRowid, " + names +
                             " FROM ScreenshotSearchPending WHERE indexed <> 0"));
-    RETURN_IF_ERROR(db.exec("INSERT INTO ScreenshotSearch(rowid, " + names + ") SELECT rowid, " +
-                            names +
-                            " FROM ScreenshotSearchSource WHERE rowid IN "
-                            "(SELECT itemRowid FROM ScreenshotSearchPending)"));
-    RETURN_IF_ERROR(db.exec("DELETE FROM ScreenshotSearchPending"));
+    ASSIGN_OR_RETURN(int64_t added,
+                     db.execute("INSERT INTO ScreenshotSearch(rowid, " + names + ") SELECT rowid, " +
+                                names +
+                                " FROM ScreenshotSearchSource WHERE rowid IN "
+                                "(SELECT itemRowid FROM ScreenshotSearchPending) OR rowid > "
+                                "(SELECT maxRowid FROM ScreenshotSearchState WHERE id = 1)"));
+    ASSIGN_OR_RETURN(int64_t removed, db.execute("DELETE FROM ScreenshotSearchPending"));
     RETURN_IF_ERROR(RecordState(db));
-    return std::get<int64_t>(count[0][0]);
+    return std::max(added, removed);
   };
   auto done = run();
   if (!done) {
