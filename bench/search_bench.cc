@@ -1,0 +1,286 @@
+// Search over a large library: fills a store with 100,000 items of
+// screenshot-like text (a few hundred words each, tags, categories, dates over
+// two years), then prints the median and p95 latency of typical queries, the
+// same text queries done with LIKE '%word%' as a baseline, and what keeping
+// the full-text index in step adds to a batch save of 1,000 items.
+//
+// Usage: build/bench/search [ITEMS] (default 100000); with KLIPORA_BENCH_KEEP
+// set, the stores are left in /tmp. Figures are printed, never asserted.
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "library/model_container.h"
+#include "library/screenshot_item.h"
+#include "library/search_index.h"
+#include "library/search_query.h"
+#include "platform/linux/posix_file_system.h"
+
+using namespace klipora;
+using namespace klipora::library;
+
+namespace {
+
+constexpr int kBatch = 1000;
+const Date kNow = Date::fromSecondsSince1970(1'750'000'000);
+
+double Seconds() {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
+// Real words first (they take the head of the frequency curve), then made-up
+// ones for the long tail of names, codes and rare terms.
+std::vector<std::string> Vocabulary(std::mt19937& rng) {
+  std::vector<std::string> words = {
+      "the", "to", "and", "of", "a", "in", "is", "you", "for", "on", "your", "this", "with",
+      "file", "edit", "view", "window", "help", "settings", "account", "total", "payment",
+      "invoice", "order", "error", "message", "search", "new", "open", "save", "cancel", "ok",
+      "email", "password", "user", "name", "date", "time", "price", "amount", "shipping",
+      "delivery", "receipt", "card", "bank", "transfer", "meeting", "calendar", "today",
+      "tomorrow", "project", "report", "status", "update", "version", "download", "install",
+      "share", "comment", "reply", "like", "follow", "profile", "photo", "video", "music",
+      "flight", "hotel", "booking", "ticket", "gate", "seat", "function", "return", "const",
+      "class", "import", "export", "build", "failed", "warning", "exception", "stack", "trace",
+      "café", "naïve", "résumé", "über", "straße", "crème", "jalapeño", "smörgåsbord"};
+  const char* syllables[] = {"ka", "lo", "mi", "ne", "ro", "su", "ta", "vi", "pe", "do",
+                             "ra", "in", "vo", "ce", "pay", "ment", "ord", "er", "sta", "tus",
+                             "bri", "gan", "tel", "mor", "quo", "zen", "fal", "dur"};
+  std::uniform_int_distribution<int> pick(0, 27), length(2, 4);
+  while (words.size() < 40000) {
+    std::string w;
+    for (int i = length(rng); i > 0; --i) w += syllables[pick(rng)];
+    words.push_back(w);
+  }
+  std::sort(words.begin() + 100, words.end());
+  words.erase(std::unique(words.begin() + 100, words.end()), words.end());
+  std::shuffle(words.begin() + 100, words.end(), rng);
+  return words;
+}
+
+struct Corpus {
+  std::mt19937 rng{20261122};
+  std::vector<std::string> words = Vocabulary(rng);
+  std::discrete_distribution<size_t> zipf;
+  std::vector<std::string> tags = {"Work",    "Home",   "Taxes 2024", "Project Atlas", "Urgent",
+                                   "Receipts", "Ideas", "Design",     "Bugs",          "Travel"};
+  Corpus() {
+    std::vector<double> weights(words.size());
+    for (size_t i = 0; i < weights.size(); ++i) weights[i] = 1.0 / static_cast<double>(i + 1);
+    zipf = std::discrete_distribution<size_t>(weights.begin(), weights.end());
+  }
+  std::string text(int n) {
+    std::string out;
+    for (int i = 0; i < n; ++i) {
+      if (i) out += (i % 12 == 0) ? "\n" : " ";
+      out += words[zipf(rng)];
+    }
+    return out;
+  }
+  std::shared_ptr<ScreenshotItem> item(int index) {
+    auto item = std::make_shared<ScreenshotItem>();
+    std::uniform_real_distribution<double> unit(0, 1);
+    item->originalFilename = "Screenshot " + std::to_string(index) + ".png";
+    item->importedFilename = item->id.uuidString() + ".png";
+    item->libraryPath = "/library/Originals/" + item->importedFilename;
+    item->checksum = std::to_string(index);
+    item->ocrText = text(std::uniform_int_distribution<int>(150, 400)(rng));
+    item->generatedTitle = text(5);
+    item->generatedSummary = text(20);
+    item->generatedCategory = kAllScreenshotCategories[rng() % kAllScreenshotCategories.size()];
+    item->setGeneratedKeywords({words[zipf(rng)], words[zipf(rng)], words[zipf(rng)]});
+    std::vector<std::string> chosen;
+    for (int t = static_cast<int>(rng() % 3); t > 0; --t) chosen.push_back(tags[rng() % tags.size()]);
+    std::sort(chosen.begin(), chosen.end());
+    chosen.erase(std::unique(chosen.begin(), chosen.end()), chosen.end());
+    item->setUserTags(chosen);
+    double age = unit(rng) * 2 * 365 * 86400;
+    item->capturedAt = kNow.addingTimeInterval(-age);
+    item->importedAt = kNow.addingTimeInterval(-age + 5);
+    item->favorite = unit(rng) < 0.05;
+    item->archived = unit(rng) < 0.03;
+    if (unit(rng) < 0.02) {
+      item->deleted = true;
+      item->deletedAt = kNow.addingTimeInterval(-unit(rng) * 20 * 86400);
+    }
+    item->processingStateRaw = "complete";
+    item->sourceAppName = "Safari";
+    return item;
+  }
+};
+
+std::unique_ptr<ModelContext> OpenStore(const std::string& path) {
+  auto db = Database::open(path);
+  if (!db || !migrateToCurrentSchema(**db).ok()) {
+    std::fprintf(stderr, "cannot open %s\n", path.c_str());
+    std::exit(1);
+  }
+  return std::make_unique<ModelContext>(std::move(*db));
+}
+
+// Saves one batch of new items; returns the seconds the save took.
+double SaveBatch(ModelContext& context, Corpus& corpus, int first) {
+  for (int i = 0; i < kBatch; ++i) context.insert(corpus.item(first + i));
+  double start = Seconds();
+  if (Status s = context.save(); !s.ok()) {
+    std::fprintf(stderr, "save failed: %s\n", s.message().c_str());
+    std::exit(1);
+  }
+  return Seconds() - start;
+}
+
+double Median(std::vector<double> v) {
+  std::sort(v.begin(), v.end());
+  return v[v.size() / 2];
+}
+double P95(std::vector<double> v) {
+  std::sort(v.begin(), v.end());
+  return v[std::min(v.size() - 1, static_cast<size_t>(0.95 * static_cast<double>(v.size())))];
+}
+
+int64_t Count(Database& db, const std::string& sql, const std::vector<SqlValue>& args = {}) {
+  auto rows = db.query(sql, args);
+  return rows ? std::get<int64_t>((*rows)[0][0]) : -1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const int items = argc > 1 ? std::atoi(argv[1]) : 100000;
+  char folder[] = "/tmp/klipora-search-bench-XXXXXX";
+  if (!mkdtemp(folder)) return 1;
+  const std::string dir = folder;
+
+  // 1. Batch saves with and without the index's triggers, at the same sizes.
+  const int compareBatches = 20;
+  std::vector<double> withIndex, without, catchUps;
+  {
+    Corpus corpus;
+    auto plain = OpenStore(dir + "/plain.store");
+    // Everything the search adds to the schema goes: triggers, index, the
+    // date-ordered partial indexes of the grid.
+    if (!plain->database().exec("DROP TRIGGER ScreenshotSearch_afterUpdate; DROP TRIGGER "
+                                "ScreenshotSearch_afterDelete; DROP TABLE ScreenshotSearch; "
+                                "DROP INDEX ScreenshotItem_visibleByDate; "
+                                "DROP INDEX ScreenshotItem_trashByDate").ok()) {
+      return 1;
+    }
+    for (int b = 0; b < compareBatches; ++b) without.push_back(SaveBatch(*plain, corpus, b * kBatch));
+  }
+
+  // 2. The library: the same saves with the index's triggers (indexing left
+  // for later), then the rest of the items, each batch indexed after its save.
+  Corpus corpus;
+  auto context = OpenStore(dir + "/Klipora.store");
+  Database& db = context->database();
+  double fillStart = Seconds();
+  int filled = 0;
+  for (; filled < compareBatches * kBatch && filled < items; filled += kBatch) {
+    withIndex.push_back(SaveBatch(*context, corpus, filled));
+  }
+  if (!SearchIndex::catchUp(db)) return 1;
+  for (; filled < items; filled += kBatch) {
+    SaveBatch(*context, corpus, filled);
+    double start = Seconds();
+    if (!SearchIndex::catchUp(db)) return 1;
+    catchUps.push_back(Seconds() - start);
+  }
+  double fill = Seconds() - fillStart;
+  (void)db.exec("ANALYZE");
+
+  std::printf("Library: %d items, filled in %.1f s (store in %s)\n\n", items, fill, dir.c_str());
+  double plainSave = Median(without), indexedSave = Median(withIndex);
+  std::printf("Batch save of %d new items (median of %d):\n", kBatch, compareBatches);
+  std::printf("  without the search index   %7.1f ms\n", plainSave * 1000);
+  std::printf("  with the search index      %7.1f ms  (+%.1f %%)\n", indexedSave * 1000,
+              (indexedSave / plainSave - 1) * 100);
+  std::printf("  full-text indexing of them %7.1f ms  (catch-up after the save, median of %zu)\n\n",
+              Median(catchUps) * 1000, catchUps.size());
+
+  // 3. Queries.
+  auto df = [&](const std::string& word) {
+    return Count(db, "SELECT count(*) FROM ScreenshotSearch WHERE ScreenshotSearch MATCH ?",
+                 {"\"" + word + "\""});
+  };
+  std::string rare, common;
+  int64_t rareDF = 0, commonDF = 0;
+  for (size_t i = 20000; i < corpus.words.size() && rare.empty(); i += 7) {
+    int64_t n = df(corpus.words[i]);
+    if (n >= 20 && n <= 200) rare = corpus.words[i], rareDF = n;
+  }
+  for (size_t i = 0; i < 100 && common.empty(); ++i) {
+    int64_t n = df(corpus.words[i]);
+    if (n > items * 4 / 10 && n < items * 7 / 10) common = corpus.words[i], commonDF = n;
+  }
+  std::string prefix = corpus.words[30].substr(0, 3) + " " + corpus.words[60].substr(0, 3);
+  std::string mixed = corpus.words[45] + " tag:work date:week";
+  std::printf("Words: rare \"%s\" in %lld items, common \"%s\" in %lld items\n\n", rare.c_str(),
+              static_cast<long long>(rareDF), common.c_str(), static_cast<long long>(commonDF));
+
+  struct Case {
+    const char* label;
+    LibraryQuery query;
+    std::string likeWord;  // empty: no LIKE form
+  };
+  using Kind = SidebarSelection::Kind;
+  std::vector<Case> cases = {
+      {"rare word", {.searchText = rare}, rare},
+      {"common word", {.searchText = common}, common},
+      {"two-word prefix", {.searchText = prefix}, ""},
+      {"text + tag: + date:week", {.searchText = mixed}, corpus.words[45]},
+      {"trash view", {.selection = SidebarSelection::fixed(Kind::trash)}, ""},
+      {"all, newest first (page 1)", {}, ""},
+  };
+  std::printf("%-28s %8s %8s %6s | %10s %10s %7s\n", "query (200 per page)", "median", "p95",
+              "items", "LIKE med", "LIKE p95", "ratio");
+  for (auto& c : cases) {
+    std::vector<double> times;
+    size_t found = 0;
+    bool ranked = false;
+    for (int run = 0; run < 40; ++run) {
+      double start = Seconds();
+      auto result = LibrarySearch::run(*context, c.query, kNow);
+      times.push_back(Seconds() - start);
+      if (!result) {
+        std::fprintf(stderr, "%s failed: %s\n", c.label, result.error().message().c_str());
+        return 1;
+      }
+      found = result->items.size();
+      ranked = result->rankedByRelevance;
+    }
+    std::printf("%-28s %6.2fms %6.2fms %6zu%s", c.label, Median(times) * 1000, P95(times) * 1000,
+                found, ranked ? "r" : " ");
+    if (c.likeWord.empty()) {
+      std::printf("|\n");
+      continue;
+    }
+    std::string sql = "SELECT id FROM ScreenshotItem WHERE deleted = 0 AND deletedAt IS NULL AND "
+                      "archived = 0 AND (ocrText LIKE ? OR generatedTitle LIKE ? OR userTagsRaw "
+                      "LIKE ?)";
+    const std::string pattern = "%" + c.likeWord + "%";
+    std::vector<SqlValue> args = {pattern, pattern, pattern};
+    if (&c == &cases[3]) {
+      // The week's start is written into the SQL, so every argument is text.
+      sql += " AND userTagsRaw LIKE '%work%' AND coalesce(capturedAt, importedAt) >= " +
+             std::to_string(kNow.addingTimeInterval(-7 * 86400).timeIntervalSince1970());
+    }
+    sql += " ORDER BY coalesce(capturedAt, importedAt) DESC LIMIT 200";
+    std::vector<double> like;
+    for (int run = 0; run < 7; ++run) {
+      double start = Seconds();
+      auto rows = db.query(sql, args);
+      like.push_back(Seconds() - start);
+      if (!rows) return 1;
+    }
+    std::printf("| %8.1fms %8.1fms %6.0fx\n", Median(like) * 1000, P95(like) * 1000,
+                Median(like) / Median(times));
+  }
+  std::printf("\n(r: ranked by relevance; otherwise in the sort order)\n");
+  context.reset();
+  if (std::getenv("KLIPORA_BENCH_KEEP")) return 0;
+  std::string cleanup = "rm -rf '" + dir + "'";
+  return std::system(cleanup.c_str()) == 0 ? 0 : 1;
+}

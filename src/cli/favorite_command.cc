@@ -1,0 +1,71 @@
+// klipora favorite|unfavorite|archive|unarchive ID…: the user's marks on items.
+#include <CLI/CLI.hpp>
+#include <iostream>
+
+#include "cli/cli_session.h"
+#include "cli/command_registry.h"
+#include "library/screenshot_item.h"
+
+namespace klipora::cli {
+namespace {
+
+int RunMark(CliSession& session, const std::string& verb, const std::vector<std::string>& ids) {
+  std::vector<UUID> uuids;
+  for (const auto& id : ids) {
+    auto uuid = UUID::Parse(id);
+    if (!uuid) {
+      std::cerr << "klipora: \"" << id << "\" is not an item id\n";
+      return kExitUsage;
+    }
+    uuids.push_back(*uuid);
+  }
+  if (!session.openLibrary()) return session.exitCode;
+  auto& context = session.context();
+  // Every id is checked before anything changes, so a typo changes nothing.
+  std::vector<std::shared_ptr<library::ScreenshotItem>> items;
+  for (const auto& uuid : uuids) {
+    auto item = context.fetchByKey<library::ScreenshotItem>(uuid.uuidString());
+    if (!item) {
+      std::cerr << "klipora: cannot read the library: " << item.error().message() << "\n";
+      return kExitFailure;
+    }
+    if (!*item) {
+      std::cerr << "klipora: no item with id " << uuid.uuidString() << "; nothing changed\n";
+      return kExitFailure;
+    }
+    items.push_back(*item);
+  }
+  const bool on = verb == "favorite" || verb == "archive";
+  const bool favorite = verb == "favorite" || verb == "unfavorite";
+  for (auto& item : items) (favorite ? item->favorite : item->archived) = on;
+  if (Status s = context.save(); !s.ok()) {
+    context.rollback();
+    std::cerr << "klipora: nothing changed: " << s.message() << "\n";
+    return kExitFailure;
+  }
+  const char* done = favorite ? (on ? "marked as favourite" : "no longer a favourite")
+                              : (on ? "archived" : "taken out of the archive");
+  for (const auto& item : items) std::cout << item->id.uuidString() << "  " << done << "\n";
+  return kExitOk;
+}
+
+}  // namespace
+
+KLIPORA_COMMAND(favorite) {
+  struct Spec {
+    const char* verb;
+    const char* help;
+  };
+  for (Spec spec : {Spec{"favorite", "Mark items as favourites"},
+                    Spec{"unfavorite", "Take the favourite mark off items"},
+                    Spec{"archive", "Archive items (hidden from the main views)"},
+                    Spec{"unarchive", "Take items out of the archive"}}) {
+    auto* cmd = app.add_subcommand(spec.verb, spec.help);
+    auto ids = std::make_shared<std::vector<std::string>>();
+    cmd->add_option("ids", *ids, "Item ids")->required();
+    std::string verb = spec.verb;
+    cmd->callback([&session, verb, ids] { session.exitCode = RunMark(session, verb, *ids); });
+  }
+}
+
+}  // namespace klipora::cli
