@@ -199,6 +199,12 @@ std::string orderTerms(SortMode mode, const std::string& rowid) {
 }
 
 Status registerFunctions(Database& db) {
+  // Defining a function again would expire every prepared statement of the
+  // connection, so it is defined only where it is missing.
+  sqlite3_stmt* probe = nullptr;
+  int known = sqlite3_prepare_v2(db.handle(), "SELECT klipora_has_tag('', '')", -1, &probe, nullptr);
+  sqlite3_finalize(probe);
+  if (known == SQLITE_OK) return Status::Ok();
   int rc = sqlite3_create_function_v2(db.handle(), "klipora_has_tag", 2,
                                       SQLITE_UTF8 | SQLITE_DETERMINISTIC, nullptr, HasTag,
                                       nullptr, nullptr, nullptr);

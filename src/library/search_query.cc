@@ -118,7 +118,7 @@ Result<std::vector<int64_t>> MatchingRowids(Database& db, const std::string& mat
     if (!row) break;
     out.push_back(s.integer(0));
   }
-  std::sort(out.begin(), out.end());
+  if (!std::is_sorted(out.begin(), out.end())) std::sort(out.begin(), out.end());
   return out;
 }
 
