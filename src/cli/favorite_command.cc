@@ -52,18 +52,18 @@ int RunMark(CliSession& session, const std::string& verb, const std::vector<std:
 }  // namespace
 
 KLIPORA_COMMAND(favorite) {
-  struct Spec {
+  struct Verb {
     const char* verb;
     const char* help;
   };
-  for (Spec spec : {Spec{"favorite", "Mark items as favourites"},
-                    Spec{"unfavorite", "Take the favourite mark off items"},
-                    Spec{"archive", "Archive items (hidden from the main views)"},
-                    Spec{"unarchive", "Take items out of the archive"}}) {
-    auto* cmd = app.add_subcommand(spec.verb, spec.help);
+  for (Verb v : {Verb{"favorite", "Mark items as favourites"},
+                    Verb{"unfavorite", "Take the favourite mark off items"},
+                    Verb{"archive", "Archive items (hidden from the main views)"},
+                    Verb{"unarchive", "Take items out of the archive"}}) {
+    auto* cmd = app.add_subcommand(v.verb, v.help);
     auto ids = std::make_shared<std::vector<std::string>>();
     cmd->add_option("ids", *ids, "Item ids")->required();
-    std::string verb = spec.verb;
+    std::string verb = v.verb;
     cmd->callback([&session, verb, ids] { session.exitCode = RunMark(session, verb, *ids); });
   }
 }

@@ -107,19 +107,19 @@ KLIPORA_COMMAND(saved_search) {
   add->add_option("--icon", o->icon, "Symbol name shown beside it");
   add->callback([&session, o] { session.exitCode = RunAdd(session, *o); });
 
-  struct Spec {
+  struct Verb {
     const char* verb;
     const char* help;
   };
-  for (Spec spec : {Spec{"run", "Run a saved search"}, Spec{"rename", "Rename a saved search"},
-                    Spec{"delete", "Delete a saved search"}}) {
-    auto* cmd = group->add_subcommand(spec.verb, spec.help);
+  for (Verb v : {Verb{"run", "Run a saved search"}, Verb{"rename", "Rename a saved search"},
+                    Verb{"delete", "Delete a saved search"}}) {
+    auto* cmd = group->add_subcommand(v.verb, v.help);
     auto which = std::make_shared<std::string>();
     auto newName = std::make_shared<std::string>();
     auto json = std::make_shared<bool>(false);
     auto limit = std::make_shared<int64_t>(200);
     cmd->add_option("search", *which, "Its name or id")->required();
-    std::string verb = spec.verb;
+    std::string verb = v.verb;
     if (verb == "rename") cmd->add_option("new", *newName, "New name")->required();
     if (verb == "run") {
       cmd->add_flag("--json", *json, "Print the parsed query and the items as JSON");

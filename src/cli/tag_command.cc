@@ -157,24 +157,24 @@ KLIPORA_COMMAND(tag) {
   list->add_flag("--json", *listJson, "Print the tags as JSON");
   list->callback([&session, listJson] { session.exitCode = RunList(session, *listJson); });
 
-  struct Spec {
+  struct Verb {
     const char* verb;
     const char* help;
   };
-  for (Spec spec : {Spec{"add", "Create a tag, or put it on items"},
-                    Spec{"remove", "Take a tag off items"},
-                    Spec{"toggle", "Put a tag on items, or take it off when all carry it"}}) {
-    auto* cmd = tag->add_subcommand(spec.verb, spec.help);
+  for (Verb v : {Verb{"add", "Create a tag, or put it on items"},
+                    Verb{"remove", "Take a tag off items"},
+                    Verb{"toggle", "Put a tag on items, or take it off when all carry it"}}) {
+    auto* cmd = tag->add_subcommand(v.verb, v.help);
     auto name = std::make_shared<std::string>();
     auto ids = std::make_shared<std::vector<std::string>>();
     auto color = std::make_shared<std::string>();
     cmd->add_option("name", *name, "The tag")->required();
     auto* idOption = cmd->add_option("ids", *ids, "Item ids");
-    if (std::string(spec.verb) != "add") idOption->required();
-    if (std::string(spec.verb) != "remove") {
+    if (std::string(v.verb) != "add") idOption->required();
+    if (std::string(v.verb) != "remove") {
       cmd->add_option("--color", *color, "Colour of a new tag, like #3B82F6");
     }
-    std::string verb = spec.verb;
+    std::string verb = v.verb;
     cmd->callback([&session, verb, name, ids, color] {
       session.exitCode = RunChange(session, verb, *name, *ids, *color);
     });
