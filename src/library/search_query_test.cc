@@ -104,6 +104,30 @@ TEST_F(SearchQueryTest, SeesWritesOfOtherConnectionsAndSurvivesVacuum) {
   EXPECT_EQ(find("shell"), Texts{"shell"});
 }
 
+TEST_F(SearchQueryTest, AnIndexWrittenByAnotherVersionIsRebuilt) {
+  testing::TempDir dir;
+  auto open = [&] {
+    auto db = Database::open(dir.file("Klipora.store"));
+    EXPECT_TRUE(db.has_value());
+    EXPECT_TRUE(migrateToCurrentSchema(**db).ok());
+    return std::make_unique<ModelContext>(std::move(*db));
+  };
+  context_ = open();
+  add("kept across the rebuild");
+  // An index as an earlier build left it: other merge settings, another
+  // version number.
+  ASSERT_TRUE(context_->database().exec(
+      "DELETE FROM ScreenshotSearch_config WHERE k IN ('hashsize', 'automerge'); "
+      "UPDATE ScreenshotSearchState SET version = version - 1").ok());
+  context_.reset();
+  context_ = open();
+  auto settings = context_->database().query(
+      "SELECT count(*) FROM ScreenshotSearch_config WHERE k IN ('hashsize', 'automerge')");
+  ASSERT_TRUE(settings.has_value());
+  EXPECT_EQ(std::get<int64_t>((*settings)[0][0]), 2);
+  EXPECT_EQ(find("kept"), Texts{"kept across the rebuild"});
+}
+
 TEST_F(SearchQueryTest, TokensFilter) {
   auto work = add("invoice march", 1, "Work");
   add("invoice april", 40, "Home");
