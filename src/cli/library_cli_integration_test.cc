@@ -36,11 +36,11 @@ class LibraryCliTest : public ::testing::Test {
 
 TEST_F(LibraryCliTest, NewUserImportsScreenshots) {
   std::string png = write("Screenshot From 2024-05-01 10-20-30.png",
-                          testing::makeTestImage({.width = 1920, .height = 1080}));
-  std::string jpeg = write("photo.jpg", testing::makeTestImage({.width = 400, .height = 300,
-                                                                .orientation = 6,
-                                                                .format = ".jpg"}));
-  std::string upper = write("shot.PNG", testing::makeTestImage({.width = 200, .height = 100}));
+                          testing::makeTestImage(testing::imageOptions(1920, 1080)));
+  auto turned = testing::imageOptions(400, 300, ".jpg");
+  turned.orientation = 6;
+  std::string jpeg = write("photo.jpg", testing::makeTestImage(turned));
+  std::string upper = write("shot.PNG", testing::makeTestImage(testing::imageOptions(200, 100)));
   std::string pdf = write("notes.pdf", "%PDF-1.4\n");
 
   auto imported = runKlipora(home_, {"import", png, jpeg, upper, pdf});

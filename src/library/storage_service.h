@@ -30,8 +30,8 @@ class StorageService {
   static constexpr int kThumbnailMaxPixelSize = 300;
   static constexpr int kThumbnailQuality = 80;
   // Images with more pixels than this get no thumbnail: decoding them could
-  // take gigabytes. 2^28 pixels is 16384 × 16384, far beyond any screen.
-  static constexpr int64_t kMaxThumbnailPixels = int64_t{1} << 28;
+  // take gigabytes and minutes.
+  static constexpr int64_t kMaxThumbnailPixels = ImageCodec::kMaxThumbnailSourcePixels;
 
   StorageService(FileSystem& fs, ImageCodec& codec, std::string libraryRoot);
 

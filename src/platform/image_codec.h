@@ -6,10 +6,12 @@
 // Thread rules: safe to call from any thread; calls may run concurrently.
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
 
+#include "platform/pixel_image.h"
 #include "platform/status.h"
 
 namespace klipora {
@@ -25,6 +27,14 @@ struct ImageProperties {
   std::string format;  // loader's short name: "png", "jpeg", "webp", …
 };
 
+struct PixelDecodeOptions {
+  enum class Format { grey, rgba };
+  Format format = Format::grey;
+  // Images with more pixels are shrunk while decoding until they fit, so the
+  // decoded buffer never exceeds this many pixels (0: no limit).
+  int64_t maxPixels = 0;
+};
+
 class ImageCodec {
  public:
   ImageCodec() = default;
@@ -35,12 +45,24 @@ class ImageCodec {
   // Reads the header only. InvalidArgument when the bytes are not an image
   // any loader recognises.
   virtual Result<ImageProperties> properties(std::string_view bytes) = 0;
+  // Images larger than this are refused by makeJpegThumbnail: 2^28 pixels is
+  // 16384 × 16384, far beyond any screen.
+  static constexpr int64_t kMaxThumbnailSourcePixels = int64_t{1} << 28;
+
   // Decodes, applies the EXIF orientation, shrinks so that the longest side is
   // at most `maxPixelSize` (never enlarges), flattens transparency on white and
   // encodes as baseline JPEG at `quality` (1..100). Corruption when the pixel
-  // data cannot be decoded.
+  // data cannot be decoded or is truncated; InvalidArgument for an image of
+  // more than kMaxThumbnailSourcePixels.
   virtual Result<std::string> makeJpegThumbnail(std::string_view bytes, int maxPixelSize,
                                                 int quality) = 0;
+  // Decodes the first frame or page to 8-bit pixels with the EXIF orientation
+  // applied. Grey output is flattened on white (transparent areas read as
+  // white paper); RGBA keeps the alpha channel. 16-bit, CMYK and palette
+  // images are converted. InvalidArgument when the bytes are not an image,
+  // Corruption when the pixel data cannot be decoded (truncated, damaged).
+  virtual Result<PixelImage> decodePixels(std::string_view bytes,
+                                          const PixelDecodeOptions& options) = 0;
 };
 
 }  // namespace klipora

@@ -70,9 +70,10 @@ class VipsImageCodecTest : public ::testing::Test {
 };
 
 TEST_F(VipsImageCodecTest, ReadsFactsAndMakesUprightThumbnails) {
-  std::string jpeg = testing::makeTestImage(
-      {.width = 400, .height = 300, .orientation = 6,
-       .exifDateTimeOriginal = "2024:02:29 23:59:59", .format = ".jpg"});
+  auto options = testing::imageOptions(400, 300, ".jpg");
+  options.orientation = 6;
+  options.exifDateTimeOriginal = "2024:02:29 23:59:59";
+  std::string jpeg = testing::makeTestImage(options);
   auto p = codec_.properties(jpeg);
   ASSERT_TRUE(p) << p.error().message();
   EXPECT_EQ(p->width, 400);
@@ -86,18 +87,23 @@ TEST_F(VipsImageCodecTest, ReadsFactsAndMakesUprightThumbnails) {
   EXPECT_EQ(t->height, 300);
   EXPECT_EQ(t->orientation, 1);
 
-  std::string small = testing::makeTestImage({.width = 120, .height = 80});
+  std::string small = testing::makeTestImage(testing::imageOptions(120, 80));
   auto same = codec_.properties(*codec_.makeJpegThumbnail(small, 300, 80));
   EXPECT_EQ(same->width, 120);  // never enlarged
 }
 
 TEST_F(VipsImageCodecTest, OddButValidImagesThumbnail) {
-  for (const auto& options : {testing::TestImageOptions{.bands = 4},
-                              testing::TestImageOptions{.bands = 2},
-                              testing::TestImageOptions{.bands = 3, .sixteenBit = true},
-                              testing::TestImageOptions{.format = ".webp"},
-                              testing::TestImageOptions{.format = ".gif"},
-                              testing::TestImageOptions{.format = ".tif"}}) {
+  std::vector<testing::TestImageOptions> cases;
+  for (int bands : {4, 2}) {
+    cases.push_back(testing::imageOptions(64, 48));
+    cases.back().bands = bands;
+  }
+  cases.push_back(testing::imageOptions(64, 48));
+  cases.back().sixteenBit = true;
+  for (const char* format : {".webp", ".gif", ".tif"}) {
+    cases.push_back(testing::imageOptions(64, 48, format));
+  }
+  for (const auto& options : cases) {
     std::string bytes = testing::makeTestImage(options);
     ASSERT_FALSE(bytes.empty()) << options.format;
     auto thumb = codec_.makeJpegThumbnail(bytes, 300, 80);
@@ -110,7 +116,7 @@ TEST_F(VipsImageCodecTest, BrokenImagesFailCleanly) {
   EXPECT_EQ(codec_.properties("").error().code(), Status::Code::kInvalidArgument);
   EXPECT_EQ(codec_.properties("%PDF-1.4 not an image").error().code(),
             Status::Code::kInvalidArgument);
-  std::string png = testing::makeTestImage({.width = 800, .height = 600});
+  std::string png = testing::makeTestImage(testing::imageOptions(800, 600));
   std::string truncated = png.substr(0, png.size() / 2);
   EXPECT_TRUE(codec_.properties(truncated));  // the header is intact
   EXPECT_FALSE(codec_.makeJpegThumbnail(truncated, 300, 80));

@@ -2,8 +2,11 @@
 
 #include <vips/vips.h>
 
+#include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <mutex>
+#include <vector>
 
 namespace klipora {
 namespace {
@@ -25,6 +28,10 @@ class Ref {
  private:
   T* p_ = nullptr;
 };
+
+// Passed to the loader: a truncated file fails instead of decoding to grey.
+// (libvips 8.14 does not hand the thumbnail's own fail_on to the loader.)
+constexpr const char* kFailOnTruncation = "fail_on=truncated";
 
 std::string TakeVipsError() {
   std::string message = vips_error_buffer();
@@ -95,10 +102,18 @@ Result<ImageProperties> VipsImageCodec::properties(std::string_view bytes) {
 
 Result<std::string> VipsImageCodec::makeJpegThumbnail(std::string_view bytes, int maxPixelSize,
                                                       int quality) {
+  // A header may declare billions of pixels; decoding them would take minutes
+  // even when the data behind them is missing.
+  ASSIGN_OR_RETURN(ImageProperties header, properties(bytes));
+  if (static_cast<int64_t>(header.width) * header.height > kMaxThumbnailSourcePixels) {
+    return Err(Status::InvalidArgument("image of " + std::to_string(header.width) + "x" +
+                                       std::to_string(header.height) +
+                                       " pixels is too large to thumbnail"));
+  }
   Ref<VipsImage> thumb;
   if (vips_thumbnail_buffer(const_cast<char*>(bytes.data()), bytes.size(), thumb.out(),
                             maxPixelSize, "height", maxPixelSize, "size", VIPS_SIZE_DOWN,
-                            "fail_on", VIPS_FAIL_ON_ERROR, nullptr) != 0) {
+                            "option_string", kFailOnTruncation, nullptr) != 0) {
     return Err(Status::Corruption(TakeVipsError()));
   }
   VipsImage* ready = thumb.get();
@@ -120,6 +135,157 @@ Result<std::string> VipsImageCodec::makeJpegThumbnail(std::string_view bytes, in
   std::string jpeg(static_cast<const char*>(out), length);
   g_free(out);
   return jpeg;
+}
+
+
+namespace {
+
+// A pipeline of libvips operations; owns every step's image.
+class Chain {
+ public:
+  explicit Chain(VipsImage* first) { steps_.push_back(first); }
+  ~Chain() {
+    for (VipsImage* step : steps_) g_object_unref(step);
+  }
+  Chain(const Chain&) = delete;
+  Chain& operator=(const Chain&) = delete;
+  VipsImage* get() const { return steps_.back(); }
+  template <typename Op>
+  bool apply(Op op) {
+    VipsImage* out = nullptr;
+    if (op(get(), &out) != 0) return false;
+    steps_.push_back(out);
+    return true;
+  }
+
+ private:
+  std::vector<VipsImage*> steps_;
+};
+
+bool IsShort(VipsImage* image) {
+  VipsBandFormat f = vips_image_get_format(image);
+  return f == VIPS_FORMAT_USHORT || f == VIPS_FORMAT_SHORT;
+}
+
+// Brings any band format to 8 bits; 16-bit samples keep their high byte.
+bool ToUchar(Chain& chain) {
+  VipsBandFormat f = vips_image_get_format(chain.get());
+  if (f == VIPS_FORMAT_UCHAR) return true;
+  if (IsShort(chain.get()) &&
+      !chain.apply([](VipsImage* in, VipsImage** out) {
+        return vips_linear1(in, out, 1.0 / 257.0, 0.0, nullptr);
+      })) {
+    return false;
+  }
+  return chain.apply([](VipsImage* in, VipsImage** out) {
+    return vips_cast(in, out, VIPS_FORMAT_UCHAR, "shift", FALSE, nullptr);
+  });
+}
+
+bool IsPlainColour(VipsInterpretation interpretation) {
+  switch (interpretation) {
+    case VIPS_INTERPRETATION_sRGB:
+    case VIPS_INTERPRETATION_RGB16:
+    case VIPS_INTERPRETATION_B_W:
+    case VIPS_INTERPRETATION_GREY16:
+    case VIPS_INTERPRETATION_MULTIBAND:  // plain bands (an 8-bit palette or grey image)
+      return true;
+    default:
+      return false;
+  }
+}
+
+// One row of 1 (grey), 2 (grey, alpha), 3 (RGB) or 4 (RGBA) bands to grey,
+// transparent areas composited on white paper.
+void ConvertRowToGrey(const uint8_t* src, int bands, int width, uint8_t* dst) {
+  switch (bands) {
+    case 1:
+      std::memcpy(dst, src, width);
+      return;
+    case 2:
+      for (int x = 0; x < width; ++x, src += 2) dst[x] = OverWhite(src[0], src[1]);
+      return;
+    case 3:
+      for (int x = 0; x < width; ++x, src += 3) dst[x] = Luma(src[0], src[1], src[2]);
+      return;
+    default:
+      for (int x = 0; x < width; ++x, src += 4) {
+        dst[x] = OverWhite(Luma(src[0], src[1], src[2]), src[3]);
+      }
+      return;
+  }
+}
+
+void ConvertRowToRgba(const uint8_t* src, int bands, int width, uint8_t* dst) {
+  for (int x = 0; x < width; ++x, src += bands, dst += 4) {
+    const bool colour = bands >= 3;
+    dst[0] = src[0];
+    dst[1] = colour ? src[1] : src[0];
+    dst[2] = colour ? src[2] : src[0];
+    dst[3] = bands == 2 || bands == 4 ? src[bands - 1] : 255;
+  }
+}
+
+}  // namespace
+
+Result<PixelImage> VipsImageCodec::decodePixels(std::string_view bytes,
+                                                const PixelDecodeOptions& options) {
+  ASSIGN_OR_RETURN(ImageProperties header, properties(bytes));
+  bool swapped = header.orientation >= 5;
+  int64_t width = swapped ? header.height : header.width;
+  int64_t height = swapped ? header.width : header.height;
+  if (options.maxPixels > 0 && width * height > options.maxPixels) {
+    double scale = std::sqrt(static_cast<double>(options.maxPixels) / (width * height));
+    width = std::max<int64_t>(1, static_cast<int64_t>(width * scale));
+    height = std::max<int64_t>(1, static_cast<int64_t>(height * scale));
+  }
+  // vips_thumbnail loads the first frame, rotates by the EXIF orientation,
+  // imports CMYK and embedded profiles to sRGB and shrinks while loading when
+  // the image is larger than asked. The pipeline is pulled strip by strip
+  // below, so memory is the output buffer plus a few strips.
+  VipsImage* loaded = nullptr;
+  if (vips_thumbnail_buffer(const_cast<char*>(bytes.data()), bytes.size(), &loaded,
+                            static_cast<int>(width), "height", static_cast<int>(height), "size",
+                            VIPS_SIZE_DOWN, "option_string", kFailOnTruncation, nullptr) != 0) {
+    return Err(Status::Corruption(TakeVipsError()));
+  }
+  Chain chain(loaded);
+  VipsInterpretation interpretation = vips_image_get_interpretation(chain.get());
+  bool ok = true;
+  if (!IsPlainColour(interpretation) || vips_image_get_bands(chain.get()) > 4) {
+    ok = chain.apply([](VipsImage* in, VipsImage** out) {
+      return vips_colourspace(in, out, VIPS_INTERPRETATION_sRGB, nullptr);
+    });
+  }
+  ok = ok && ToUchar(chain);
+  if (!ok) return Err(Status::Corruption(TakeVipsError()));
+
+  VipsImage* ready = chain.get();
+  const int bands = vips_image_get_bands(ready);
+  if (bands < 1 || bands > 4) return Err(Status::Corruption("unexpected band count"));
+  const bool grey = options.format == PixelDecodeOptions::Format::grey;
+  PixelImage image;
+  image.width = vips_image_get_width(ready);
+  image.height = vips_image_get_height(ready);
+  image.channels = grey ? 1 : 4;
+  image.pixels.resize(static_cast<size_t>(image.width) * image.height * image.channels);
+  Ref<VipsRegion> region(vips_region_new(ready));
+  const int strip = 64;
+  for (int top = 0; top < image.height; top += strip) {
+    VipsRect rect = {0, top, image.width, std::min(strip, image.height - top)};
+    if (vips_region_prepare(region.get(), &rect) != 0) {
+      return Err(Status::Corruption(TakeVipsError()));
+    }
+    for (int y = rect.top; y < rect.top + rect.height; ++y) {
+      const auto* src = reinterpret_cast<const uint8_t*>(VIPS_REGION_ADDR(region.get(), 0, y));
+      if (grey) {
+        ConvertRowToGrey(src, bands, image.width, image.row(y));
+      } else {
+        ConvertRowToRgba(src, bands, image.width, image.row(y));
+      }
+    }
+  }
+  return image;
 }
 
 }  // namespace klipora

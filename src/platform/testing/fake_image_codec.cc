@@ -1,6 +1,7 @@
 #include "platform/testing/fake_image_codec.h"
 
 #include <algorithm>
+#include <cmath>
 #include <sstream>
 
 namespace klipora::testing {
@@ -41,6 +42,34 @@ Result<std::string> FakeImageCodec::makeJpegThumbnail(std::string_view bytes, in
   ++thumbnailsMade;
   return "FAKEJPEG " + std::to_string(static_cast<int>(w * scale + 0.5)) + " " +
          std::to_string(static_cast<int>(h * scale + 0.5)) + " q" + std::to_string(quality);
+}
+
+Result<PixelImage> FakeImageCodec::decodePixels(std::string_view bytes,
+                                                const PixelDecodeOptions& options) {
+  auto p = properties(bytes);
+  if (!p) return Err(p.error());
+  std::string header(bytes.substr(0, bytes.find('\n')));
+  if (header.find("broken") != std::string::npos) {
+    return Err(Status::Corruption("pixel data is truncated"));
+  }
+  int fill = 255;
+  size_t at = header.find("fill=");
+  if (at != std::string::npos) fill = std::clamp(std::stoi(header.substr(at + 5)), 0, 255);
+  bool rotated = p->orientation >= 5;
+  int64_t w = rotated ? p->height : p->width, h = rotated ? p->width : p->height;
+  if (options.maxPixels > 0 && w * h > options.maxPixels) {
+    double scale = std::sqrt(static_cast<double>(options.maxPixels) / (w * h));
+    w = std::max<int64_t>(1, static_cast<int64_t>(w * scale));
+    h = std::max<int64_t>(1, static_cast<int64_t>(h * scale));
+  }
+  ++pixelDecodes;
+  bool grey = options.format == PixelDecodeOptions::Format::grey;
+  PixelImage image = PixelImage::filled(static_cast<int>(w), static_cast<int>(h), grey ? 1 : 4,
+                                        static_cast<uint8_t>(fill));
+  if (!grey) {
+    for (size_t i = 3; i < image.pixels.size(); i += 4) image.pixels[i] = 255;
+  }
+  return image;
 }
 
 }  // namespace klipora::testing

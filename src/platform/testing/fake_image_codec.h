@@ -1,7 +1,9 @@
 // FakeImageCodec: an ImageCodec for unit tests over a made-up text format,
-//   "FAKEIMG <width> <height> [orientation=<n>] [exif=<yyyy:MM:dd HH:mm:ss>] [broken]\n…"
-// Anything else is "not an image". "broken" makes the thumbnail fail as
-// undecodable pixels would. makeImage() writes the format. Thread-safe.
+//   "FAKEIMG <width> <height> [orientation=<n>] [exif=<yyyy:MM:dd HH:mm:ss>] [fill=<0..255>]
+//    [broken]\n…"
+// Anything else is "not an image". "broken" makes the thumbnail and the pixel
+// decode fail as undecodable pixels would; decoded pixels all have the value
+// of fill (255 when absent). makeImage() writes the format. Thread-safe.
 #pragma once
 
 #include <atomic>
@@ -18,8 +20,11 @@ class FakeImageCodec final : public ImageCodec {
   Result<ImageProperties> properties(std::string_view bytes) override;
   Result<std::string> makeJpegThumbnail(std::string_view bytes, int maxPixelSize,
                                         int quality) override;
+  Result<PixelImage> decodePixels(std::string_view bytes,
+                                  const PixelDecodeOptions& options) override;
 
   std::atomic<int> thumbnailsMade{0};
+  std::atomic<int> pixelDecodes{0};
 };
 
 }  // namespace klipora::testing

@@ -18,6 +18,15 @@ struct TestImageOptions {
   std::string format = ".png";  // ".png", ".jpg", ".webp", ".tif", ".gif"
 };
 
+// Options for a `width` × `height` image in `format`; tweak the rest by field.
+inline TestImageOptions imageOptions(int width, int height, std::string format = ".png") {
+  TestImageOptions options;
+  options.width = width;
+  options.height = height;
+  options.format = std::move(format);
+  return options;
+}
+
 // A gradient image encoded in `options.format`; empty on failure.
 inline std::string makeTestImage(const TestImageOptions& options) {
   static const bool initialised = VIPS_INIT("klipora-tests") == 0;
