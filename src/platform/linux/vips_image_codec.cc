@@ -64,6 +64,10 @@ VipsImageCodec::VipsImageCodec() {
   std::call_once(once, [] {
     if (VIPS_INIT("klipora") != 0) vips_error_clear();
     vips_cache_set_max(0);
+    // libvips warns on standard error about each damaged tile of a broken
+    // file; the failure itself comes back as an error value.
+    g_log_set_handler("VIPS", G_LOG_LEVEL_WARNING,
+                      [](const gchar*, GLogLevelFlags, const gchar*, gpointer) {}, nullptr);
   });
 }
 

@@ -1,0 +1,115 @@
+// One contract for every OcrEngine: the fake that unit tests use must answer
+// the way the Tesseract engine does.
+#include <gtest/gtest.h>
+
+#include "platform/linux/tesseract_ocr_engine.h"
+#include "platform/linux/testing/text_images.h"
+#include "platform/testing/fake_ocr_engine.h"
+
+namespace klipora {
+namespace {
+
+template <typename Factory>
+class OcrEngineContractTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    auto engine = factory_.makeEngine({"eng"});
+    ASSERT_TRUE(engine) << engine.error().message();
+    engine_ = std::move(*engine);
+    testing::TextImageOptions o;
+    o.patches = {testing::TextPatch{"first line of text", 20, 20},
+                 testing::TextPatch{"second line", 20, 120}};
+    page_ = testing::makeTextPixels(o);
+  }
+
+  Factory factory_;
+  std::unique_ptr<OcrEngine> engine_;
+  PixelImage page_;
+};
+
+using Engines = ::testing::Types<testing::FakeOcrEngineFactory, TesseractOcrEngineFactory>;
+TYPED_TEST_SUITE(OcrEngineContractTest, Engines);
+
+bool Inside(const OcrBox& inner, const OcrBox& outer) {
+  return inner.left >= outer.left && inner.top >= outer.top && inner.right <= outer.right &&
+         inner.bottom <= outer.bottom;
+}
+
+TYPED_TEST(OcrEngineContractTest, RequestsOutsideTheImageAreRefused) {
+  OcrRequest request;
+  EXPECT_EQ(this->engine_->recognize(request).error().code(), Status::Code::kInvalidArgument);
+  PixelImage empty;
+  request.image = &empty;
+  EXPECT_EQ(this->engine_->recognize(request).error().code(), Status::Code::kInvalidArgument);
+  request.image = &this->page_;
+  request.region = {0, 0, this->page_.width + 1, 10};
+  EXPECT_EQ(this->engine_->recognize(request).error().code(), Status::Code::kInvalidArgument);
+  request.region = {};
+  request.level = OcrLevel::lines;
+  request.lines = {{-5, 0, 10, 10}};
+  EXPECT_EQ(this->engine_->recognize(request).error().code(), Status::Code::kInvalidArgument);
+}
+
+TYPED_TEST(OcrEngineContractTest, ABlankPageHasNoLines) {
+  PixelImage blank = PixelImage::filled(300, 100, 1, 255);
+  OcrRequest request;
+  request.image = &blank;
+  for (OcrLevel level : {OcrLevel::accurate, OcrLevel::fast}) {
+    request.level = level;
+    auto lines = this->engine_->recognize(request);
+    ASSERT_TRUE(lines) << lines.error().message();
+    EXPECT_TRUE(lines->empty());
+  }
+}
+
+TYPED_TEST(OcrEngineContractTest, TextComesBackAsLinesWithWordsInsideThem) {
+  OcrRequest request;
+  request.image = &this->page_;
+  auto lines = this->engine_->recognize(request);
+  ASSERT_TRUE(lines) << lines.error().message();
+  ASSERT_FALSE(lines->empty());
+  const OcrBox page{0, 0, this->page_.width, this->page_.height};
+  for (const OcrObservation& line : *lines) {
+    EXPECT_FALSE(line.text.empty());
+    EXPECT_GE(line.confidence, 0);
+    EXPECT_LE(line.confidence, 1);
+    EXPECT_TRUE(Inside(line.box, page));
+    ASSERT_FALSE(line.words.empty());
+    for (const OcrBox& word : line.words) EXPECT_TRUE(Inside(word, line.box));
+  }
+
+  // Line by line: what each box holds, box by box, in the coordinates of the
+  // whole page.
+  request.level = OcrLevel::lines;
+  request.lines = {{10, 110, 300, 150}, {10, 10, 400, 50}};
+  auto read = this->engine_->recognize(request);
+  ASSERT_TRUE(read) << read.error().message();
+  ASSERT_EQ(read->size(), 2u);
+  EXPECT_TRUE(Inside((*read)[0].box, request.lines[0]));
+  EXPECT_TRUE(Inside((*read)[1].box, request.lines[1]));
+}
+
+TYPED_TEST(OcrEngineContractTest, AStopRequestAbandonsTheRecognition) {
+  OcrRequest request;
+  request.image = &this->page_;
+  request.shouldStop = [] { return true; };
+  auto lines = this->engine_->recognize(request);
+  ASSERT_FALSE(lines);
+  EXPECT_EQ(lines.error().code(), Status::Code::kCancelled);
+  request.shouldStop = nullptr;  // the engine is still usable
+  EXPECT_TRUE(this->engine_->recognize(request));
+}
+
+TEST(TesseractOcrEngineFactoryTest, AMissingLanguageNamesItsDebianPackage) {
+  TesseractOcrEngineFactory factory;
+  auto engine = factory.makeEngine({"eng", "chi_sim_vert"});
+  ASSERT_FALSE(engine);
+  EXPECT_EQ(engine.error().code(), Status::Code::kNotFound);
+  EXPECT_NE(engine.error().message().find("tesseract-ocr-chi-sim-vert"), std::string::npos);
+  EXPECT_EQ(factory.makeEngine({"../eng"}).error().code(), Status::Code::kInvalidArgument);
+  EXPECT_EQ(TesseractOcrEngineFactory::debianPackageFor("script/Latin"),
+            "tesseract-ocr-script-latin");
+}
+
+}  // namespace
+}  // namespace klipora

@@ -1,0 +1,141 @@
+#include "processing/ocr_engine_pool.h"
+
+#include <algorithm>
+#include <chrono>
+
+namespace klipora::processing {
+
+OCREnginePool::Lease::Lease(Lease&& other) noexcept
+    : pool_(other.pool_),
+      engine_(std::move(other.engine_)),
+      generation_(other.generation_),
+      discard_(other.discard_) {
+  other.pool_ = nullptr;
+}
+
+OCREnginePool::Lease& OCREnginePool::Lease::operator=(Lease&& other) noexcept {
+  if (this != &other) {
+    giveBack();
+    pool_ = other.pool_;
+    engine_ = std::move(other.engine_);
+    generation_ = other.generation_;
+    discard_ = other.discard_;
+    other.pool_ = nullptr;
+  }
+  return *this;
+}
+
+OCREnginePool::Lease::~Lease() { giveBack(); }
+
+void OCREnginePool::Lease::giveBack() {
+  if (pool_ == nullptr || engine_ == nullptr) return;
+  std::unique_ptr<OcrEngine> dropped;
+  {
+    std::lock_guard lock(pool_->mutex_);
+    --pool_->leased_;
+    if (discard_ || generation_ != pool_->generation_) {
+      dropped = std::move(engine_);
+    } else {
+      pool_->idle_.push_back(std::move(engine_));
+    }
+  }
+  pool_->changed_.notify_all();
+  pool_ = nullptr;
+}
+
+OCREnginePool::OCREnginePool(OcrEngineFactory& factory, std::vector<std::string> languages,
+                             int capacity)
+    : factory_(factory), capacity_(std::max(1, capacity)), languages_(std::move(languages)) {}
+
+OCREnginePool::~OCREnginePool() = default;
+
+tl::expected<OCREnginePool::Lease, OCREnginePool::AcquireError> OCREnginePool::acquire(
+    double waitSeconds) {
+  auto deadline = std::chrono::steady_clock::now() +
+                  std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+                      std::chrono::duration<double>(std::max(0.0, waitSeconds)));
+  std::unique_lock lock(mutex_);
+  while (true) {
+    if (!idle_.empty()) {
+      std::unique_ptr<OcrEngine> engine = std::move(idle_.back());
+      idle_.pop_back();
+      ++leased_;
+      return Lease(this, std::move(engine), generation_);
+    }
+    if (leased_ + loading_ < capacity_) {
+      ++loading_;
+      ++loadsStarted_;
+      std::vector<std::string> languages = languages_;
+      uint64_t generation = generation_;
+      lock.unlock();
+      auto engine = factory_.makeEngine(languages);
+      lock.lock();
+      --loading_;
+      if (!engine) {
+        changed_.notify_all();
+        return tl::unexpected(AcquireError{false, engine.error()});
+      }
+      ++leased_;
+      return Lease(this, std::move(*engine), generation);
+    }
+    if (std::chrono::steady_clock::now() >= deadline) {
+      bool loading = loading_ > 0;
+      return tl::unexpected(AcquireError{
+          loading, Status::TimedOut(loading ? "the recognizer is still being loaded"
+                                            : "every recognizer is busy")});
+    }
+    changed_.wait_until(lock, deadline);
+  }
+}
+
+OCREnginePool::Lease OCREnginePool::tryAcquireIdle() {
+  std::lock_guard lock(mutex_);
+  if (idle_.empty()) return Lease();
+  std::unique_ptr<OcrEngine> engine = std::move(idle_.back());
+  idle_.pop_back();
+  ++leased_;
+  return Lease(this, std::move(engine), generation_);
+}
+
+Status OCREnginePool::preload(int count) {
+  count = std::min(count, capacity_);
+  std::unique_lock lock(mutex_);
+  while (static_cast<int>(idle_.size()) + leased_ + loading_ < count) {
+    ++loading_;
+    ++loadsStarted_;
+    std::vector<std::string> languages = languages_;
+    uint64_t generation = generation_;
+    lock.unlock();
+    auto engine = factory_.makeEngine(languages);
+    lock.lock();
+    --loading_;
+    changed_.notify_all();
+    if (!engine) return engine.error();
+    if (generation == generation_) idle_.push_back(std::move(*engine));
+  }
+  return Status::Ok();
+}
+
+void OCREnginePool::setLanguages(std::vector<std::string> languages) {
+  std::vector<std::unique_ptr<OcrEngine>> dropped;
+  {
+    std::lock_guard lock(mutex_);
+    if (languages == languages_) return;
+    languages_ = std::move(languages);
+    ++generation_;
+    dropped.swap(idle_);
+  }
+  changed_.notify_all();
+}
+
+int OCREnginePool::loadedCount() const {
+  std::lock_guard lock(mutex_);
+  return static_cast<int>(idle_.size()) + leased_;
+}
+
+int OCREnginePool::loadsStarted() const {
+  std::lock_guard lock(mutex_);
+  return loadsStarted_;
+}
+
+}  // namespace klipora::processing
