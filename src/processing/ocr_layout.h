@@ -26,7 +26,7 @@ std::vector<OcrBox> connectedShapes(const PixelImage& mask);
 // 0 when there are fewer than three.
 int medianGlyphHeight(const std::vector<OcrBox>& shapes);
 
-// The ink shapes of `ink` that could be text: no rules (long and thin), none
+// The ink shapes of `ink` (one channel) that could be text: no rules (long and thin), none
 // much smaller or larger than `glyphHeight`.
 std::vector<OcrBox> textShapes(const PixelImage& ink, int glyphHeight);
 

@@ -198,7 +198,10 @@ Result<std::vector<OcrObservation>> OCRService::readTile(OcrEngine& engine,
   request.image = &prepared.image;
   request.lines.clear();
   ASSIGN_OR_RETURN(std::vector<OcrObservation> lines, engine.recognize(request));
-  if (request.level != OcrLevel::accurate || !config_.recoverDroppedText) return lines;
+  if (request.level != OcrLevel::accurate || !config_.recoverDroppedText ||
+      prepared.image.channels != 1) {
+    return lines;
+  }
 
   // Text the page layout left out: ink shapes no word covers, read a line
   // at a time.

@@ -11,15 +11,19 @@ constexpr int kEdge = 40;  // grey step that counts as an edge of something draw
 
 // How much is drawn across the column `x` (or the row, when `columns` is
 // false): the number of strong grey steps along it.
+// Only the first channel of colour pixels is looked at.
 int Busyness(const PixelImage& grey, int at, bool columns) {
   int count = 0;
+  const int step = grey.channels;
   if (columns) {
     for (int y = 1; y < grey.height; ++y) {
-      count += std::abs(grey.row(y)[at] - grey.row(y - 1)[at]) > kEdge;
+      count += std::abs(grey.row(y)[at * step] - grey.row(y - 1)[at * step]) > kEdge;
     }
   } else {
     const uint8_t* row = grey.row(at);
-    for (int x = 1; x < grey.width; ++x) count += std::abs(row[x] - row[x - 1]) > kEdge;
+    for (int x = 1; x < grey.width; ++x) {
+      count += std::abs(row[x * step] - row[(x - 1) * step]) > kEdge;
+    }
   }
   return count;
 }
