@@ -14,6 +14,13 @@ using Kind = SidebarSelection::Kind;
 
 class SearchQueryTest : public SearchStoreTest {
  protected:
+  // A store on disk, so that several connections can share it.
+  static std::unique_ptr<ModelContext> OpenStore(const std::string& path) {
+    auto db = Database::open(path);
+    EXPECT_TRUE(db.has_value());
+    EXPECT_TRUE(migrateToCurrentSchema(**db).ok());
+    return std::make_unique<ModelContext>(std::move(*db));
+  }
   std::vector<std::string> find(const std::string& text,
                                 SidebarSelection selection = SidebarSelection::fixed(Kind::all),
                                 SortMode sort = SortMode::newestFirst) {
@@ -76,12 +83,7 @@ TEST_F(SearchQueryTest, IndexFollowsEverySave) {
 
 TEST_F(SearchQueryTest, SeesWritesOfOtherConnectionsAndSurvivesVacuum) {
   testing::TempDir dir;
-  auto open = [&] {
-    auto db = Database::open(dir.file("Klipora.store"));
-    EXPECT_TRUE(db.has_value());
-    EXPECT_TRUE(migrateToCurrentSchema(**db).ok());
-    return std::make_unique<ModelContext>(std::move(*db));
-  };
+  auto open = [&] { return OpenStore(dir.file("Klipora.store")); };
   context_ = open();
   auto other = open();
   for (int i = 0; i < 5; ++i) add("filler " + std::to_string(i));
@@ -106,12 +108,7 @@ TEST_F(SearchQueryTest, SeesWritesOfOtherConnectionsAndSurvivesVacuum) {
 
 TEST_F(SearchQueryTest, AnIndexWrittenByAnotherVersionIsRebuilt) {
   testing::TempDir dir;
-  auto open = [&] {
-    auto db = Database::open(dir.file("Klipora.store"));
-    EXPECT_TRUE(db.has_value());
-    EXPECT_TRUE(migrateToCurrentSchema(**db).ok());
-    return std::make_unique<ModelContext>(std::move(*db));
-  };
+  auto open = [&] { return OpenStore(dir.file("Klipora.store")); };
   context_ = open();
   add("kept across the rebuild");
   // An index as an earlier build left it: other merge settings, another

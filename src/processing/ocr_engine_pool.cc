@@ -56,27 +56,12 @@ tl::expected<OCREnginePool::Lease, OCREnginePool::AcquireError> OCREnginePool::a
                       std::chrono::duration<double>(std::max(0.0, waitSeconds)));
   std::unique_lock lock(mutex_);
   while (true) {
-    if (!idle_.empty()) {
-      std::unique_ptr<OcrEngine> engine = std::move(idle_.back());
-      idle_.pop_back();
-      ++leased_;
-      return Lease(this, std::move(engine), generation_);
-    }
+    if (!idle_.empty()) return takeIdleLocked();
     if (leased_ + loading_ < capacity_) {
-      ++loading_;
-      ++loadsStarted_;
-      std::vector<std::string> languages = languages_;
-      uint64_t generation = generation_;
-      lock.unlock();
-      auto engine = factory_.makeEngine(languages);
-      lock.lock();
-      --loading_;
-      if (!engine) {
-        changed_.notify_all();
-        return tl::unexpected(AcquireError{false, engine.error()});
-      }
+      Loaded loaded = loadUnlocked(lock);
+      if (!loaded.engine) return tl::unexpected(AcquireError{false, loaded.engine.error()});
       ++leased_;
-      return Lease(this, std::move(*engine), generation);
+      return Lease(this, std::move(*loaded.engine), loaded.generation);
     }
     if (std::chrono::steady_clock::now() >= deadline) {
       bool loading = loading_ > 0;
@@ -90,28 +75,36 @@ tl::expected<OCREnginePool::Lease, OCREnginePool::AcquireError> OCREnginePool::a
 
 OCREnginePool::Lease OCREnginePool::tryAcquireIdle() {
   std::lock_guard lock(mutex_);
-  if (idle_.empty()) return Lease();
+  return idle_.empty() ? Lease() : takeIdleLocked();
+}
+
+OCREnginePool::Lease OCREnginePool::takeIdleLocked() {
   std::unique_ptr<OcrEngine> engine = std::move(idle_.back());
   idle_.pop_back();
   ++leased_;
   return Lease(this, std::move(engine), generation_);
 }
 
+OCREnginePool::Loaded OCREnginePool::loadUnlocked(std::unique_lock<std::mutex>& lock) {
+  ++loading_;
+  ++loadsStarted_;
+  std::vector<std::string> languages = languages_;
+  uint64_t generation = generation_;
+  lock.unlock();
+  auto engine = factory_.makeEngine(languages);
+  lock.lock();
+  --loading_;
+  changed_.notify_all();
+  return {std::move(engine), generation};
+}
+
 Status OCREnginePool::preload(int count) {
   count = std::min(count, capacity_);
   std::unique_lock lock(mutex_);
   while (static_cast<int>(idle_.size()) + leased_ + loading_ < count) {
-    ++loading_;
-    ++loadsStarted_;
-    std::vector<std::string> languages = languages_;
-    uint64_t generation = generation_;
-    lock.unlock();
-    auto engine = factory_.makeEngine(languages);
-    lock.lock();
-    --loading_;
-    changed_.notify_all();
-    if (!engine) return engine.error();
-    if (generation == generation_) idle_.push_back(std::move(*engine));
+    Loaded loaded = loadUnlocked(lock);
+    if (!loaded.engine) return loaded.engine.error();
+    if (loaded.generation == generation_) idle_.push_back(std::move(*loaded.engine));
   }
   return Status::Ok();
 }

@@ -70,6 +70,15 @@ class OCREnginePool {
   int loadsStarted() const;
 
  private:
+  struct Loaded {
+    Result<std::unique_ptr<OcrEngine>> engine;
+    uint64_t generation;  // the languages it was loaded for
+  };
+  // The last idle engine, lent out. Requires the lock.
+  Lease takeIdleLocked();
+  // Loads an engine with `lock` released meanwhile; held again on return.
+  Loaded loadUnlocked(std::unique_lock<std::mutex>& lock);
+
   OcrEngineFactory& factory_;
   const int capacity_;
   mutable std::mutex mutex_;
