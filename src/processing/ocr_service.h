@@ -114,9 +114,7 @@ class OCRService {
   // A small image with a line of text, generated without fonts.
   static PixelImage makeWarmUpImage();
 
-  OCREnginePool& engines() { return pool_; }
   const BlockingVision& blockingVision() const { return blockingVision_; }
-  const OCRServiceConfig& config() const { return config_; }
 
  private:
   struct Attempt;
