@@ -73,9 +73,10 @@ OCRResultOrError OCRService::recognizeTextWithLayout(const PixelImage& image,
                                                      const OCROptions& options) {
   std::string key = options.contentKey;
   if (key.empty()) {
-    std::string header = std::to_string(image.width) + "x" + std::to_string(image.height) + "x" +
-                         std::to_string(image.channels) + ":";
-    key = sha256Hex(header + std::string(image.pixels.begin(), image.pixels.end()));
+    // The shape beside the checksum of the pixels, which are hashed in place.
+    key = std::to_string(image.width) + "x" + std::to_string(image.height) + "x" +
+          std::to_string(image.channels) + ":" +
+          sha256Hex({reinterpret_cast<const char*>(image.pixels.data()), image.pixels.size()});
   }
   return blockingVision_.run({key, options.fastOnly, options.characterBoxes},
                              [&]() -> OCRResultOrError {
