@@ -66,8 +66,9 @@ class AppCoordinator {
   // unless it is older than its folder's last sweep, then queued first.
   void handleNewScreenshot(const std::string& path, std::optional<std::string> appBundleID,
                            std::optional<std::string> appName);
-  // Imports one file through the pipeline and queues the new item in the
-  // priority lane. Refused while paused or shutting down.
+  // Imports one file through the pipeline and queues the new item: a
+  // screenshot just taken in the priority lane, anything else in the bulk
+  // lane. Refused while paused or shutting down.
   void importFile(const std::string& path, library::ImportSourceType source,
                   std::optional<std::string> appBundleID, std::optional<std::string> appName,
                   ingestion::ImportPipeline::Completion done);

@@ -56,9 +56,17 @@ void AppCoordinator::importFile(const std::string& path, library::ImportSourceTy
   ++importsInFlight_;
   pipeline_->importScreenshot(
       path, source, std::move(appBundleID), std::move(appName),
-      [this, done = std::move(done)](ingestion::ImportResult result) {
+      [this, source, done = std::move(done)](ingestion::ImportResult result) {
+        if (result && queue_) {
+          // A screenshot just taken goes first; files imported by hand or in
+          // bulk take the bulk lane.
+          if (source == library::ImportSourceType::automaticWatch) {
+            queue_->enqueuePriority(*result);
+          } else {
+            queue_->enqueue(*result);
+          }
+        }
         if (result) {
-          if (queue_) queue_->enqueuePriority(*result);
         } else {
           lastError_ = "Import failed: " + result.error().errorDescription();
         }

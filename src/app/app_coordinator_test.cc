@@ -169,7 +169,7 @@ TEST_F(CoordinatorTest, ShutDownWaitsForImportsInFlightAndSavesThem) {
   ASSERT_TRUE(saved);
   EXPECT_TRUE(saved->ok());
   ASSERT_TRUE(imported);
-  EXPECT_EQ(queue_->priority, std::vector<UUID>{*imported});
+  EXPECT_EQ(queue_->bulk, std::vector<UUID>{*imported});  // a manual import waits its turn
   EXPECT_NE(*other_->fetchByKey<library::ScreenshotItem>(imported->uuidString()), nullptr);
 }
 

@@ -11,9 +11,26 @@
 #include "platform/file_system.h"
 #include "platform/image_codec.h"
 #include "platform/mount_table_watch.h"
+#include "platform/ocr_engine.h"
+#include "platform/text_embedder.h"
 #include "platform/user_defaults.h"
 
 namespace klipora::app {
+
+namespace intelligence {
+class ModelArbiter;
+}
+
+// What processing needs beyond the basics: the text recogniser and threads
+// for it. Without it (a test of start-up alone) the library runs unprocessed.
+struct ProcessingPlatform {
+  OcrEngineFactory& ocrEngines;
+  Executor& recognition;  // at least two threads, one per engine
+  Executor& labels;       // one thread
+  // Null: the built-in hashed n-gram embedder and no language model.
+  TextEmbedder* embedder = nullptr;
+  intelligence::ModelArbiter* arbiter = nullptr;
+};
 
 struct AppEnvironment {
   FileSystem& fileSystem;
@@ -26,6 +43,7 @@ struct AppEnvironment {
   library::MarkupEditCleaner& markupEdits;
   // Null where mount changes cannot be watched; the health probe still runs.
   MountTableWatch* mountWatch = nullptr;
+  ProcessingPlatform* processing = nullptr;
   std::string supportFolder;       // holds the store and the user defaults
   std::string defaultLibraryRoot;  // the library root when none is chosen
 };

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "platform/uuid.h"
+#include "processing/processing_queue.h"
 
 namespace klipora::app {
 
@@ -32,6 +33,8 @@ class ProcessingQueueService {
   virtual std::vector<UUID> queuedItemIDs() const = 0;
   // Drops an item that went to the trash or left the library.
   virtual void remove(const UUID& itemID) = 0;
+  // Lanes, items in flight, late text, the retry pass.
+  virtual processing::ProcessingQueueStatus status() const { return {}; }
 };
 
 class IngestionWatcherService {

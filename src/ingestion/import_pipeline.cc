@@ -115,6 +115,7 @@ void ImportPipeline::copyIn(std::shared_ptr<Job> job) {
   // A thumbnail failure leaves thumbnailPath absent; processing records it.
   if (auto thumbnail = storage_.generateThumbnailFromData(job->bytes, item->id)) {
     item->thumbnailPath = *thumbnail;
+    item->setProcessingState(library::ProcessingState::thumbnailGenerated);
   }
   if (job->source == library::ImportSourceType::automaticWatch && deleteOriginalAfterImport_) {
     // The copy is safe in the library by now; a source that cannot be removed

@@ -1,0 +1,114 @@
+#include "app/processing_service.h"
+
+#include "app/app_coordinator.h"
+#include "intelligence/classification_service.h"
+#include "intelligence/custom_category_matcher.h"
+#include "intelligence/hashed_ngram_embedder.h"
+#include "intelligence/model_arbiter.h"
+#include "platform/log.h"
+#include "processing/image_analyses.h"
+#include "processing/ocr_service.h"
+
+namespace klipora::app {
+namespace {
+
+class ProcessingService final : public ProcessingQueueService {
+ public:
+  ProcessingService(AppCoordinator& coordinator, ProcessingPlatform& platform)
+      : env_(coordinator.environment()), platform_(platform) {
+    processing::OCRServiceConfig ocrConfig;
+    ocrConfig.languages = processing::recognitionLanguages(env_.userDefaults);
+    ocr_ = std::make_unique<processing::OCRService>(platform.ocrEngines, env_.imageCodec,
+                                                    env_.clock, ocrConfig);
+    labeler_ = intelligence::makeDefaultClassificationService(env_.fileSystem, env_.imageCodec);
+    analyses_ = std::make_unique<processing::ImageAnalyses>(
+        env_.fileSystem, env_.imageCodec, *ocr_, *labeler_,
+        processing::ImageAnalysesThreads{platform.recognition, platform.labels, env_.background});
+    if (!platform.arbiter) ownArbiter_ = intelligence::makeUnavailableModelArbiter();
+    if (!platform.embedder) ownEmbedder_ = intelligence::makeHashedNgramEmbedder();
+    custom_ = intelligence::makeNoCustomCategoryMatcher();
+    queue_ = std::make_unique<processing::ProcessingQueue>(processing::ProcessingQueueDeps{
+        .context = *coordinator.modelContext(),
+        .saver = *coordinator.saveCoalescer(),
+        .clock = env_.clock,
+        .timers = env_.timers,
+        .mainThread = env_.mainLoop,
+        .workers = env_.background,
+        .userDefaults = env_.userDefaults,
+        .notifications = nullptr,
+        .analyses = *analyses_,
+        .arbiter = platform.arbiter ? *platform.arbiter : *ownArbiter_,
+        .customCategories = *custom_,
+        .embedder = platform.embedder ? *platform.embedder : *ownEmbedder_,
+    });
+  }
+
+  ~ProcessingService() override {
+    queue_->stop();
+    ocr_->stopKeepWarm();
+  }
+
+  void start() override {
+    queue_->start();
+    if (!warmedUp_) {
+      warmedUp_ = true;
+      platform_.recognition.post([ocr = ocr_.get()] { ocr->warmUp(); });
+    }
+    if (!ocr_->keepWarmStarted()) {
+      ocr_->startKeepWarm(kKeepWarmInterval, env_.timers, platform_.recognition);
+    }
+  }
+  void stop() override {
+    queue_->stop();
+    ocr_->stopKeepWarm();
+  }
+  bool isRunning() const override { return queue_->isRunning(); }
+  void enqueue(const UUID& id) override { queue_->enqueue(id); }
+  void enqueuePriority(const UUID& id) override { queue_->enqueuePriority(id); }
+  // Start-up recovery already queues every unfinished item.
+  std::vector<UUID> orphanedItemIDs() override { return {}; }
+  std::vector<UUID> queuedItemIDs() const override { return queue_->inFlightIDs(); }
+  void remove(const UUID& id) override { queue_->cancel(id); }
+  processing::ProcessingQueueStatus status() const override { return queue_->status(); }
+
+  processing::ProcessingQueue& queue() { return *queue_; }
+
+ private:
+  const AppEnvironment& env_;
+  ProcessingPlatform& platform_;
+  std::unique_ptr<processing::OCRService> ocr_;
+  std::unique_ptr<intelligence::ClassificationService> labeler_;
+  std::unique_ptr<processing::ImageAnalyses> analyses_;
+  std::unique_ptr<intelligence::ModelArbiter> ownArbiter_;
+  std::unique_ptr<TextEmbedder> ownEmbedder_;
+  std::unique_ptr<intelligence::CustomCategoryMatcher> custom_;
+  std::unique_ptr<processing::ProcessingQueue> queue_;
+  bool warmedUp_ = false;
+};
+
+}  // namespace
+
+std::function<std::unique_ptr<ProcessingQueueService>(AppCoordinator&)>
+makeProcessingServiceFactory() {
+  return [](AppCoordinator& coordinator) -> std::unique_ptr<ProcessingQueueService> {
+    ProcessingPlatform* platform = coordinator.environment().processing;
+    if (!platform || !coordinator.modelContext() || !coordinator.saveCoalescer()) {
+      log::info("Boot", "processing queue skipped — no text recognition in this build");
+      return nullptr;
+    }
+    return std::make_unique<ProcessingService>(coordinator, *platform);
+  };
+}
+
+AppServiceFactories defaultServiceFactories() {
+  AppServiceFactories factories;
+  factories.makeProcessingQueue = makeProcessingServiceFactory();
+  return factories;
+}
+
+processing::ProcessingQueue* queueOf(ProcessingQueueService* service) {
+  auto* real = dynamic_cast<ProcessingService*>(service);
+  return real ? &real->queue() : nullptr;
+}
+
+}  // namespace klipora::app
