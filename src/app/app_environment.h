@@ -15,11 +15,11 @@
 #include "platform/text_embedder.h"
 #include "platform/user_defaults.h"
 
-namespace klipora::app {
-
-namespace intelligence {
+namespace klipora::intelligence {
 class ModelArbiter;
 }
+
+namespace klipora::app {
 
 // What processing needs beyond the basics: the text recogniser and threads
 // for it. Without it (a test of start-up alone) the library runs unprocessed.
@@ -43,9 +43,9 @@ struct AppEnvironment {
   library::MarkupEditCleaner& markupEdits;
   // Null where mount changes cannot be watched; the health probe still runs.
   MountTableWatch* mountWatch = nullptr;
-  ProcessingPlatform* processing = nullptr;
   std::string supportFolder;       // holds the store and the user defaults
   std::string defaultLibraryRoot;  // the library root when none is chosen
+  ProcessingPlatform* processing = nullptr;
 };
 
 }  // namespace klipora::app
