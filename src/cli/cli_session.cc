@@ -7,11 +7,10 @@
 #include "cli/command_registry.h"
 #include "library/record_json.h"
 #include "library/settings_store.h"
-#include "platform/linux/log_sinks.h"
 
 namespace klipora::cli {
 
-CliSession::CliSession() = default;
+CliSession::CliSession(app::AppPlatform& platform) : platform_(platform) {}
 
 CliSession::~CliSession() {
   if (fileSink_) log::removeSink(fileSink_);
@@ -19,7 +18,7 @@ CliSession::~CliSession() {
 
 const AppPaths& CliSession::paths() {
   if (!paths_) {
-    paths_ = resolveAppPaths([](const char* name) { return std::getenv(name); }, homeOption);
+    paths_ = resolveAppPaths(platform_.getenv, homeOption);
   }
   return *paths_;
 }
@@ -59,9 +58,8 @@ bool CliSession::openLibrary() {
     exitCode = kExitFailure;
     return false;
   }
-  fileSink_ = std::make_shared<FileLogSink>(
-      joinPath(storage_->diagnosticsFolder(), "klipora.log"),
-      joinPath(storage_->diagnosticsFolder(), "classify.log"));
+  fileSink_ = platform_.makeFileLogSink(joinPath(storage_->diagnosticsFolder(), "klipora.log"),
+                                        joinPath(storage_->diagnosticsFolder(), "classify.log"));
   log::addSink(fileSink_);
   opened_ = true;
   return true;

@@ -1,4 +1,4 @@
-// CliSession: what a klipora command works with: the real platform, the paths
+// CliSession: what a klipora command works with: the platform, the paths
 // of the support folder, and (opened on first use) the store, the settings
 // row and the library's storage. Commands print results to standard output
 // and problems to standard error, and set exitCode.
@@ -10,25 +10,25 @@
 
 #include <nlohmann/json.hpp>
 
+#include "app/app_platform.h"
 #include "library/app_settings.h"
 #include "library/library_root.h"
 #include "library/model_container.h"
 #include "library/storage_service.h"
 #include "platform/app_paths.h"
-#include "platform/linux/linux_platform.h"
 #include "platform/user_defaults.h"
 
 namespace klipora::cli {
 
 class CliSession {
  public:
-  CliSession();
+  explicit CliSession(app::AppPlatform& platform);
   ~CliSession();
 
   // Bound to the --home option, which wins over $KLIPORA_HOME.
   std::string homeOption;
 
-  LinuxPlatform& platform() { return platform_; }
+  app::AppPlatform& platform() { return platform_; }
   // Resolved from --home and the environment on first use.
   const AppPaths& paths();
 
@@ -46,7 +46,7 @@ class CliSession {
   int exitCode = 0;
 
  private:
-  LinuxPlatform platform_;
+  app::AppPlatform& platform_;
   std::optional<AppPaths> paths_;
   std::shared_ptr<library::ModelContainer> container_;
   std::shared_ptr<library::AppSettings> settings_;

@@ -6,8 +6,6 @@
 
 #include "cli/command_registry.h"
 #include "library/markup_edit_cleaner.h"
-#include "platform/linux/flock_process_locks.h"
-#include "platform/linux/unix_socket_control_channel.h"
 
 namespace klipora::cli {
 namespace {
@@ -19,8 +17,7 @@ constexpr double kStartingDaemonWait = 3.0;
 }  // namespace
 
 std::optional<app::DaemonHolder> runningDaemon(CliSession& session) {
-  FlockProcessLocks locks;
-  auto holder = locks.currentHolder(app::daemonLockPath(session.paths().supportFolder));
+  auto holder = session.platform().processLocks.currentHolder(app::daemonLockPath(session.paths().supportFolder));
   if (!holder) return std::nullopt;
   auto decoded = app::decodeDaemonHolder(*holder);
   return decoded ? decoded : std::optional<app::DaemonHolder>(app::DaemonHolder{});
@@ -33,11 +30,11 @@ std::string replyError(const app::Json& reply) {
 
 std::optional<LibraryReply> runLibraryRequest(CliSession& session, const app::Json& request,
                                               double timeoutSeconds) {
-  auto start = std::chrono::steady_clock::now();
+  Clock& clock = session.platform().clock;
+  const double start = clock.monotonicSeconds();
   while (auto daemon = runningDaemon(session)) {
     if (!daemon->socket.empty()) {
-      UnixSocketControlClient client;
-      auto line = client.request(daemon->socket, request.dump(), timeoutSeconds);
+      auto line = session.platform().controlClient.request(daemon->socket, request.dump(), timeoutSeconds);
       if (line) {
         auto reply = app::Json::parse(*line, nullptr, /*allow_exceptions=*/false);
         if (reply.is_object()) return LibraryReply{std::move(reply), true};
@@ -52,8 +49,7 @@ std::optional<LibraryReply> runLibraryRequest(CliSession& session, const app::Js
         return std::nullopt;
       }
     }
-    std::chrono::duration<double> waited = std::chrono::steady_clock::now() - start;
-    if (waited.count() > kStartingDaemonWait) {
+    if (clock.monotonicSeconds() - start > kStartingDaemonWait) {
       std::cerr << "klipora: the daemon (pid " << daemon->pid
                 << ") is not answering; working on the library directly\n";
       break;

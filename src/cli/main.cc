@@ -1,34 +1,74 @@
 // klipora: the command-line face of the library, and (`klipora run`) its daemon.
+// The one place that creates the real Linux platform; everything below is
+// handed it as interfaces.
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
+#include <cstdlib>
 #include <iostream>
 
+#include "app/app_platform.h"
 #include "cli/cli_session.h"
 #include "cli/command_registry.h"
+#include "platform/linux/linux_platform.h"
 #include "platform/linux/log_sinks.h"
+#include "platform/linux/proc_mount_info_watch.h"
 
 int main(int argc, char** argv) {
   using namespace klipora;
+  // Lines reach a pipe as they are written, so a killed command has printed
+  // everything it finished.
+  std::cout.setf(std::ios::unitbuf);
   auto stderrSink = std::make_shared<StderrLogSink>(log::Level::kWarning);
   log::addSink(stderrSink);
 
-  cli::CliSession session;
+  LinuxPlatform linux;
+  app::AppPlatform platform{
+      .fileSystem = linux.fileSystem,
+      .imageCodec = linux.imageCodec,
+      .clock = linux.clock,
+      .mainLoop = linux.mainLoop,
+      .background = linux.background,
+      .recognition = linux.recognition,
+      .labels = linux.labels,
+      .ocrEngines = linux.ocrEngines,
+      .processLocks = linux.processLocks,
+      .controlClient = linux.controlClient,
+      .stopSignals = linux.stopSignals,
+      .makeControlServer = [&linux]() -> std::unique_ptr<ControlChannelServer> {
+        return std::make_unique<UnixSocketControlServer>(linux.mainLoop.context());
+      },
+      .makeMountWatch = [&linux]() -> std::unique_ptr<MountTableWatch> {
+        return std::make_unique<ProcMountInfoWatch>(linux.mainLoop);
+      },
+      .makeFileLogSink = [](const std::string& logPath,
+                            const std::string& classifyPath) -> std::shared_ptr<log::LogSink> {
+        return std::make_shared<FileLogSink>(logPath, classifyPath);
+      },
+      .getenv = [](const char* name) -> const char* { return std::getenv(name); },
+      .processID = static_cast<int>(::getpid()),
+  };
+
+  cli::CliSession session(platform);
   CLI::App app{"Klipora: a screenshot library for Linux desktops", "klipora"};
   app.require_subcommand(1);
   app.fallthrough();
   app.add_option("--home", session.homeOption, "Library support folder (default: $KLIPORA_HOME, else "
                                  "$XDG_DATA_HOME/Klipora)");
   cli::addRegisteredCommands(app, session);
+  int code;
   try {
     app.parse(argc, argv);
+    code = session.exitCode;
   } catch (const CLI::CallForHelp& e) {
-    return app.exit(e);
+    code = app.exit(e);
   } catch (const CLI::CallForAllHelp& e) {
-    return app.exit(e);
+    code = app.exit(e);
   } catch (const CLI::CallForVersion& e) {
-    return app.exit(e);
+    code = app.exit(e);
   } catch (const CLI::ParseError& e) {
     app.exit(e);
-    return cli::kExitUsage;
+    code = cli::kExitUsage;
   }
-  return session.exitCode;
+  return code;
 }

@@ -7,7 +7,6 @@
 
 #include "cli/cli_session.h"
 #include "cli/command_registry.h"
-#include "platform/linux/tesseract_ocr_engine.h"
 #include "processing/ocr_service.h"
 
 namespace klipora::cli {
@@ -61,8 +60,7 @@ int RunOcr(CliSession& session, const OcrOptions& options) {
                          ? processing::recognitionLanguages(Defaults(session, defaults))
                          : SplitCodes(options.languages);
   config.engineCount = 1;  // one image at a time
-  TesseractOcrEngineFactory engines;
-  processing::OCRService service(engines, session.platform().imageCodec,
+  processing::OCRService service(session.platform().ocrEngines, session.platform().imageCodec,
                                  session.platform().clock, config);
   processing::OCROptions ocr;
   ocr.fastOnly = options.fast;
@@ -110,8 +108,7 @@ int RunLanguages(CliSession& session, const std::vector<std::string>& codes, boo
       for (const std::string& code : SplitCodes(list)) wanted.push_back(code);
     }
     // Loading an engine is the one sure test that every language is there.
-    TesseractOcrEngineFactory engines;
-    if (auto engine = engines.makeEngine(wanted); !engine) {
+    if (auto engine = session.platform().ocrEngines.makeEngine(wanted); !engine) {
       std::cerr << "klipora: " << engine.error().message() << "\n";
       return kExitFailure;
     }

@@ -2,24 +2,16 @@
 // It holds the library's daemon lock, opens the store, starts the
 // coordinator and its control channel, and runs until SIGINT or SIGTERM; a
 // second signal stops it without waiting for imports in flight.
-#include <unistd.h>
-
-#include <asio/signal_set.hpp>
 #include <CLI/CLI.hpp>
-#include <csignal>
-#include <cstdlib>
 #include <iostream>
 
 #include "app/daemon.h"
 #include "app/daemon_paths.h"
+#include "app/processing_service.h"
 #include "cli/cli_session.h"
 #include "cli/command_registry.h"
 #include "library/markup_edit_cleaner.h"
 #include "library/screenshot_item.h"
-#include "platform/linux/flock_process_locks.h"
-#include "platform/linux/log_sinks.h"
-#include "platform/linux/proc_mount_info_watch.h"
-#include "platform/linux/unix_socket_control_channel.h"
 
 namespace klipora::cli {
 namespace {
@@ -34,20 +26,6 @@ class InfoLineSink final : public log::LogSink {
   }
 };
 
-void StartWaitingForSignals(asio::signal_set& signals, app::Daemon& daemon, AsioMainLoop& loop,
-                            Status& finalSave) {
-  signals.async_wait([&](const asio::error_code& ec, int signal) {
-    if (ec) return;
-    log::info("Boot", "received %s; stopping", signal == SIGINT ? "SIGINT" : "SIGTERM");
-    daemon.requestStop([&](Status saved) {
-      finalSave = saved;
-      signals.cancel();
-      loop.stop();
-    });
-    StartWaitingForSignals(signals, daemon, loop, finalSave);
-  });
-}
-
 int RunDaemon(CliSession& session, bool quiet) {
   auto& platform = session.platform();
   auto& fs = platform.fileSystem;
@@ -60,8 +38,8 @@ int RunDaemon(CliSession& session, bool quiet) {
   }
 
   // Two daemons must never drive one library: the lock lives beside the store.
-  FlockProcessLocks locks;
-  const int pid = static_cast<int>(::getpid());
+  auto& locks = platform.processLocks;
+  const int pid = platform.processID;
   auto lock = locks.tryLock(app::daemonLockPath(paths.supportFolder),
                             app::encodeDaemonHolder({pid, ""}));
   if (!lock) {
@@ -94,8 +72,13 @@ int RunDaemon(CliSession& session, bool quiet) {
   if (Status s = defaults.load(); !s.ok()) log::warning("Boot", "%s", s.message().c_str());
 
   library::NoMarkupEdits markupEdits;  // until the markup module provides its cleaner
-  ProcMountInfoWatch mountWatch(platform.mainLoop);
-  UnixSocketControlServer server(platform.mainLoop.context());
+  auto mountWatch = platform.makeMountWatch();
+  auto server = platform.makeControlServer();
+  app::ProcessingPlatform processing{
+      .ocrEngines = platform.ocrEngines,
+      .recognition = platform.recognition,
+      .labels = platform.labels,
+  };
   app::AppEnvironment env{
       .fileSystem = fs,
       .imageCodec = platform.imageCodec,
@@ -105,14 +88,16 @@ int RunDaemon(CliSession& session, bool quiet) {
       .background = platform.background,
       .userDefaults = defaults,
       .markupEdits = markupEdits,
-      .mountWatch = &mountWatch,
+      .mountWatch = mountWatch.get(),
       .supportFolder = paths.supportFolder,
       .defaultLibraryRoot = paths.defaultLibraryRoot,
+      .processing = &processing,
   };
-  const char* runtimeDir = std::getenv("XDG_RUNTIME_DIR");
-  app::Daemon daemon(env, (*container)->mainContext(), server,
+  const char* runtimeDir = platform.getenv("XDG_RUNTIME_DIR");
+  app::Daemon daemon(env, (*container)->mainContext(), *server,
                      {.storePath = *storePath, .pid = pid,
-                      .runtimeDir = runtimeDir ? runtimeDir : ""});
+                      .runtimeDir = runtimeDir ? runtimeDir : ""},
+                     app::defaultServiceFactories());
 
   log::info("Boot", "AppDelegate: calling appCoordinator.start() (modelContext present=YES)");
   Status started = daemon.start();
@@ -123,7 +108,7 @@ int RunDaemon(CliSession& session, bool quiet) {
     return kExitFailure;
   }
   auto& coordinator = daemon.coordinator();
-  auto fileSink = std::make_shared<FileLogSink>(
+  auto fileSink = platform.makeFileLogSink(
       joinPath(joinPath(coordinator.libraryRoot(), "Diagnostics"), "klipora.log"),
       joinPath(joinPath(coordinator.libraryRoot(), "Diagnostics"), "classify.log"));
   log::addSink(fileSink);
@@ -145,10 +130,18 @@ int RunDaemon(CliSession& session, bool quiet) {
               << std::flush;
   }
 
+  // The first signal stops after imports in flight; a second one does not
+  // wait for them.
   auto& loop = platform.mainLoop;
-  asio::signal_set signals(loop.context(), SIGINT, SIGTERM);
   Status finalSave;
-  StartWaitingForSignals(signals, daemon, loop, finalSave);
+  platform.stopSignals.watch([&](std::string_view name) {
+    log::info("Boot", "received %.*s; stopping", static_cast<int>(name.size()), name.data());
+    daemon.requestStop([&](Status saved) {
+      finalSave = saved;
+      platform.stopSignals.cancel();
+      loop.stop();
+    });
+  });
   loop.run();
 
   log::removeSink(fileSink);

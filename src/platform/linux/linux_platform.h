@@ -2,8 +2,12 @@
 // an executable's main and handed down as interfaces.
 #pragma once
 
+#include "platform/linux/asio_stop_signals.h"
+#include "platform/linux/flock_process_locks.h"
 #include "platform/linux/main_loop.h"
 #include "platform/linux/posix_file_system.h"
+#include "platform/linux/tesseract_ocr_engine.h"
+#include "platform/linux/unix_socket_control_channel.h"
 #include "platform/linux/vips_image_codec.h"
 
 namespace klipora {
@@ -15,6 +19,14 @@ struct LinuxPlatform {
   AsioMainLoop mainLoop;
   // Background work: two threads, one per core of the machines we aim at.
   ThreadPoolExecutor background{2};
+  // Text recognition: one thread per engine of the recognition service.
+  ThreadPoolExecutor recognition{2};
+  // Image labels: one serial thread.
+  ThreadPoolExecutor labels{1};
+  TesseractOcrEngineFactory ocrEngines;
+  FlockProcessLocks processLocks;
+  UnixSocketControlClient controlClient;
+  AsioStopSignals stopSignals{mainLoop.context()};
 };
 
 }  // namespace klipora

@@ -13,6 +13,7 @@
 #include <memory>
 
 #include "platform/clock.h"
+#include "platform/main_loop.h"
 
 namespace klipora {
 
@@ -22,7 +23,7 @@ class SystemClock final : public Clock {
   double monotonicSeconds() const override;
 };
 
-class AsioMainLoop final : public Executor, public Timers {
+class AsioMainLoop final : public MainLoop {
  public:
   AsioMainLoop();
   ~AsioMainLoop() override;
@@ -34,10 +35,10 @@ class AsioMainLoop final : public Executor, public Timers {
   void cancel(TimerId id) override;
 
   // Runs until stop(); may be called again after it returned.
-  void run();
+  void run() override;
   // Runs queued work until none is left and no timer is pending, then returns.
-  void runUntilIdle();
-  void stop();
+  void runUntilIdle() override;
+  void stop() override;
   asio::io_context& context() { return context_; }
 
  private:
