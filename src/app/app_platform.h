@@ -41,6 +41,9 @@ struct AppPlatform {
   std::function<std::shared_ptr<log::LogSink>(const std::string& logPath,
                                               const std::string& classifyPath)>
       makeFileLogSink;
+  // `path` made absolute against the working directory (a path given on the
+  // command line means the same to the daemon).
+  std::function<std::string(const std::string& path)> absolutePath;
   // Reads an environment variable; null when unset.
   std::function<const char*(const char*)> getenv;
   int processID = 0;

@@ -13,7 +13,7 @@ using library::SqlValue;
 
 namespace {
 
-constexpr const char* kLaterCommands[] = {"scan", "pause", "resume", "retry"};
+constexpr const char* kLaterCommands[] = {"scan", "pause", "resume"};
 
 Json OutcomesJson(const std::vector<library::TrashOutcome>& outcomes) {
   Json list = Json::array();
@@ -36,6 +36,23 @@ Json makeRequest(const std::string& command) { return Json{{"command", command}}
 
 Json ControlRequestHandler::errorReply(const std::string& message) {
   return Json{{"ok", false}, {"error", message}};
+}
+
+Result<std::vector<UUID>> ControlRequestHandler::idsOf(const std::string& command,
+                                                       const Json& request) {
+  if (!request.contains("ids") || !request["ids"].is_array() || request["ids"].empty()) {
+    return tl::unexpected(Status::InvalidArgument(command + " needs a non-empty \"ids\" list"));
+  }
+  std::vector<UUID> ids;
+  for (const auto& id : request["ids"]) {
+    auto uuid = id.is_string() ? UUID::Parse(id.get<std::string>()) : std::nullopt;
+    if (!uuid) {
+      const std::string text = id.is_string() ? id.get<std::string>() : id.dump();
+      return tl::unexpected(Status::InvalidArgument("\"" + text + "\" is not an item id"));
+    }
+    ids.push_back(*uuid);
+  }
+  return ids;
 }
 
 ControlRequestHandler::ControlRequestHandler(RequestTarget target) : target_(std::move(target)) {}
@@ -67,6 +84,9 @@ void ControlRequestHandler::handle(const Json& request, Reply reply) {
   }
   if (command == "sweep-trash") return reply(sweepTrash());
   if (command == "import") return import(request, std::move(reply));
+  if (command == "retry") return reply(retry(request));
+  if (command == "reprocess") return reply(reprocess(request));
+  if (command == "wait") return wait(request, std::move(reply));
   for (const char* later : kLaterCommands) {
     if (command == later) return reply(errorReply(command + " is not available in this build"));
   }
@@ -114,6 +134,15 @@ Json ControlRequestHandler::status() {
     daemon["paused"] = c->servicesPaused();
     daemon["processingQueue"] = c->processingQueue() != nullptr;
     daemon["watching"] = c->watcher() != nullptr && c->watcher()->isWatching();
+    if (auto* queue = c->processingQueue()) {
+      auto q = queue->status();
+      daemon["queue"] = {{"running", q.running},
+                         {"bulk", {{"waiting", q.bulkWaiting}, {"running", q.bulkRunning}}},
+                         {"priority", {{"waiting", q.priorityWaiting}, {"running", q.priorityRunning}}},
+                         {"inFlight", q.inFlight},
+                         {"lateOCRPending", q.lateOCRPending},
+                         {"retryPassRunning", q.retryPassRunning}};
+    }
   }
   return {{"ok", true},
           {"daemon", std::move(daemon)},
@@ -133,15 +162,9 @@ Json ControlRequestHandler::reload() {
 Json ControlRequestHandler::trashRequest(const std::string& command, const Json& request) {
   std::vector<UUID> ids;
   if (command != "empty-trash") {
-    if (!request.contains("ids") || !request["ids"].is_array() || request["ids"].empty()) {
-      return errorReply(command + " needs a non-empty \"ids\" list");
-    }
-    for (const auto& id : request["ids"]) {
-      auto uuid = id.is_string() ? UUID::Parse(id.get<std::string>()) : std::nullopt;
-      if (!uuid) return errorReply("\"" + (id.is_string() ? id.get<std::string>() : id.dump()) +
-                                   "\" is not an item id");
-      ids.push_back(*uuid);
-    }
+    auto parsed = idsOf(command, request);
+    if (!parsed) return errorReply(parsed.error().message());
+    ids = std::move(*parsed);
   }
   library::LibraryTrash trash(target_.context, storage(), target_.markupEdits, target_.clock);
   std::vector<library::TrashOutcome> outcomes;

@@ -10,6 +10,10 @@
 //   empty-trash                     per-id outcomes
 //   sweep-trash                     one retention sweep now
 //   import  paths                   daemon only: per-path id or error
+//   retry  ids                      back to pending; the daemon runs them first
+//   reprocess  all|category|failed  back to pending; the daemon queues them
+//   wait  ids [timeoutSeconds]      daemon only: answers once every item has
+//                                   finished processing (or the time is up)
 //
 // Thread rules: main thread (it uses the main context).
 #pragma once
@@ -21,6 +25,7 @@
 #include "app/app_coordinator.h"
 #include "library/library_root.h"
 #include "library/record_json.h"
+#include "library/screenshot_item.h"
 #include "platform/user_defaults.h"
 
 namespace klipora::app {
@@ -62,12 +67,20 @@ class ControlRequestHandler {
   Json trashRequest(const std::string& command, const Json& request);
   Json sweepTrash();
   void import(const Json& request, Reply reply);
+  Json retry(const Json& request);
+  Json reprocess(const Json& request);
+  void wait(const Json& request, Reply reply);
   library::StorageService* storage();
+  static Result<std::vector<UUID>> idsOf(const std::string& command, const Json& request);
 
   RequestTarget target_;
 };
 
 // Builds a request, for the command-line side.
 Json makeRequest(const std::string& command);
+
+// What a finished (or still running) item looks like in replies: id, state,
+// category, confidence, title, error.
+Json itemOutcomeJson(const library::ScreenshotItem& item);
 
 }  // namespace klipora::app

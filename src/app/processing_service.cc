@@ -14,8 +14,9 @@ namespace {
 
 class ProcessingService final : public ProcessingQueueService {
  public:
-  ProcessingService(AppCoordinator& coordinator, ProcessingPlatform& platform)
-      : env_(coordinator.environment()), platform_(platform) {
+  ProcessingService(const AppEnvironment& env, library::ModelContext& context,
+                    processing::ProcessingSaveCoalescer& saver, ProcessingPlatform& platform)
+      : env_(env), platform_(platform) {
     processing::OCRServiceConfig ocrConfig;
     ocrConfig.languages = processing::recognitionLanguages(env_.userDefaults);
     ocr_ = std::make_unique<processing::OCRService>(platform.ocrEngines, env_.imageCodec,
@@ -28,8 +29,8 @@ class ProcessingService final : public ProcessingQueueService {
     if (!platform.embedder) ownEmbedder_ = intelligence::makeHashedNgramEmbedder();
     custom_ = intelligence::makeNoCustomCategoryMatcher();
     queue_ = std::make_unique<processing::ProcessingQueue>(processing::ProcessingQueueDeps{
-        .context = *coordinator.modelContext(),
-        .saver = *coordinator.saveCoalescer(),
+        .context = context,
+        .saver = saver,
         .clock = env_.clock,
         .timers = env_.timers,
         .mainThread = env_.mainLoop,
@@ -96,8 +97,17 @@ makeProcessingServiceFactory() {
       log::info("Boot", "processing queue skipped — no text recognition in this build");
       return nullptr;
     }
-    return std::make_unique<ProcessingService>(coordinator, *platform);
+    return std::make_unique<ProcessingService>(coordinator.environment(),
+                                               *coordinator.modelContext(),
+                                               *coordinator.saveCoalescer(), *platform);
   };
+}
+
+std::unique_ptr<ProcessingQueueService> makeProcessingService(
+    const AppEnvironment& env, library::ModelContext& context,
+    processing::ProcessingSaveCoalescer& saver) {
+  if (!env.processing) return nullptr;
+  return std::make_unique<ProcessingService>(env, context, saver, *env.processing);
 }
 
 AppServiceFactories defaultServiceFactories() {

@@ -10,7 +10,9 @@
 #include <functional>
 #include <memory>
 
+#include "app/app_environment.h"
 #include "app/app_services.h"
+#include "processing/processing_save_coalescer.h"
 
 namespace klipora::app {
 
@@ -23,6 +25,13 @@ inline constexpr double kKeepWarmInterval = 300;
 // Null when the environment has no ProcessingPlatform.
 std::function<std::unique_ptr<ProcessingQueueService>(AppCoordinator&)>
 makeProcessingServiceFactory();
+
+// The processing of a command that works on the store without a daemon
+// (`klipora import --wait`): the same service, driven by the command's own
+// main loop. Null when `env` has no ProcessingPlatform.
+std::unique_ptr<ProcessingQueueService> makeProcessingService(
+    const AppEnvironment& env, library::ModelContext& context,
+    processing::ProcessingSaveCoalescer& saver);
 
 // The services a running library has in this build: the one place where
 // the coordinator's services are chosen.

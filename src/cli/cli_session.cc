@@ -10,7 +10,28 @@
 
 namespace klipora::cli {
 
-CliSession::CliSession(app::AppPlatform& platform) : platform_(platform) {}
+CliSession::CliSession(app::AppPlatform& platform)
+    : platform_(platform),
+      processing_{.ocrEngines = platform.ocrEngines,
+                  .recognition = platform.recognition,
+                  .labels = platform.labels} {}
+
+app::AppEnvironment CliSession::environment() {
+  return app::AppEnvironment{
+      .fileSystem = platform_.fileSystem,
+      .imageCodec = platform_.imageCodec,
+      .clock = platform_.clock,
+      .timers = platform_.mainLoop,
+      .mainLoop = platform_.mainLoop,
+      .background = platform_.background,
+      .userDefaults = *defaults_,
+      .markupEdits = markupEdits_,
+      .mountWatch = nullptr,
+      .supportFolder = paths().supportFolder,
+      .defaultLibraryRoot = paths().defaultLibraryRoot,
+      .processing = &processing_,
+  };
+}
 
 CliSession::~CliSession() {
   if (fileSink_) log::removeSink(fileSink_);

@@ -10,7 +10,9 @@
 
 #include <nlohmann/json.hpp>
 
+#include "app/app_environment.h"
 #include "app/app_platform.h"
+#include "library/markup_edit_cleaner.h"
 #include "library/app_settings.h"
 #include "library/library_root.h"
 #include "library/model_container.h"
@@ -42,6 +44,9 @@ class CliSession {
   library::StorageService& storage() { return *storage_; }
   const library::LibraryRootResolution& libraryRoot() const { return root_; }
   UserDefaults& userDefaults() { return *defaults_; }
+  // The environment the engine's services run in, for a command that drives
+  // them itself (after openLibrary()).
+  app::AppEnvironment environment();
 
   int exitCode = 0;
 
@@ -53,6 +58,8 @@ class CliSession {
   std::unique_ptr<library::StorageService> storage_;
   std::unique_ptr<UserDefaults> defaults_;
   library::LibraryRootResolution root_;
+  library::NoMarkupEdits markupEdits_;  // until the markup module provides its cleaner
+  app::ProcessingPlatform processing_;
   std::shared_ptr<log::LogSink> fileSink_;
   bool opened_ = false;
 };

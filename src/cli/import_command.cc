@@ -1,41 +1,102 @@
-// klipora import PATH…: imports files by hand (source manualImport).
+// klipora import [--wait] PATH…: imports files by hand (source manualImport).
+// While a daemon runs it does the import and queues the new items at once;
+// without one the command imports into the store and the items wait for
+// `klipora run`, unless --wait asks the command to process them itself.
 #include <CLI/CLI.hpp>
 #include <iostream>
 
+#include "app/processing_service.h"
 #include "cli/cli_session.h"
 #include "cli/command_registry.h"
+#include "cli/daemon_client.h"
 #include "ingestion/import_pipeline.h"
+#include "library/screenshot_item.h"
 #include "library/screenshot_item_store.h"
 
 namespace klipora::cli {
 namespace {
 
-struct ImportOutcome {
-  std::string path;
-  ingestion::ImportResult result;
+struct ImportOptions {
+  std::vector<std::string> paths;
+  bool json = false;
+  bool wait = false;
+  double waitSeconds = 600;
 };
 
-int RunImport(CliSession& session, const std::vector<std::string>& paths, bool json) {
-  if (!session.openLibrary()) return session.exitCode;
+// One line per file, as soon as the whole batch is known.
+struct ImportReport {
+  app::Json results = app::Json::array();  // {"path", "id", "error"}
+  bool anyFailed = false;
+
+  void add(const std::string& path, const ingestion::ImportResult& result) {
+    if (result) {
+      results.push_back({{"path", path}, {"id", result->uuidString()}, {"error", nullptr}});
+    } else {
+      anyFailed = true;
+      results.push_back({{"path", path}, {"id", nullptr}, {"error", result.error().errorDescription()}});
+    }
+  }
+  std::vector<std::string> ids() const {
+    std::vector<std::string> out;
+    for (const auto& r : results) {
+      if (r["id"].is_string()) out.push_back(r["id"]);
+    }
+    return out;
+  }
+};
+
+void PrintImported(const ImportReport& report, bool json) {
+  if (json) return;
+  for (const auto& r : report.results) {
+    if (r["id"].is_string()) {
+      std::cout << r["id"].get<std::string>() << "  " << r["path"].get<std::string>() << "\n";
+    } else {
+      std::cerr << r["path"].get<std::string>() << ": " << r["error"].get<std::string>() << "\n";
+    }
+  }
+}
+
+// Prints the finished items; true when every one of them completed.
+bool PrintProcessed(const app::Json& items, bool json) {
+  bool allDone = true;
+  for (const auto& item : items) {
+    const std::string state = item.value("state", "");
+    if (state != "complete") allDone = false;
+    if (json) continue;
+    if (!item.contains("state")) {
+      std::cerr << item.value("id", "") << ": " << item.value("error", "") << "\n";
+      continue;
+    }
+    char confidence[16];
+    std::snprintf(confidence, sizeof confidence, "%.2f", item.value("confidence", 0.0));
+    std::cout << item.value("id", "") << "  " << state << "  " << item.value("category", "")
+              << "  " << confidence << "  " << item.value("title", "");
+    if (item["error"].is_string()) std::cout << "  (" << item["error"].get<std::string>() << ")";
+    std::cout << "\n";
+  }
+  return allDone;
+}
+
+// Imports on the store directly, a few files in flight at a time so memory
+// stays bounded on big batches.
+ImportReport ImportDirectly(CliSession& session, const std::vector<std::string>& paths,
+                            processing::ProcessingSaveCoalescer& saver) {
   auto& platform = session.platform();
   library::ScreenshotItemStore itemStore(&session.context());
   ingestion::ImportChecksumClaims claims(itemStore);
-  processing::ProcessingSaveCoalescer saver(session.context(), platform.mainLoop);
   ingestion::ImportPipeline pipeline(session.storage(), session.context(), saver, claims,
                                      platform.clock, platform.mainLoop, platform.background);
-
-  std::vector<ImportOutcome> outcomes(paths.size());
+  std::vector<ingestion::ImportResult> outcomes(paths.size());
   size_t remaining = paths.size();
-  // At most a few files are in flight, so memory stays bounded on big batches.
   constexpr size_t kInFlight = 4;
   size_t next = 0;
   std::function<void()> startNext = [&] {
     if (next >= paths.size()) return;
     size_t index = next++;
-    outcomes[index].path = paths[index];
-    pipeline.importScreenshot(paths[index], library::ImportSourceType::manualImport, std::nullopt,
-                              std::nullopt, [&, index](ingestion::ImportResult result) {
-                                outcomes[index].result = std::move(result);
+    pipeline.importScreenshot(paths[index], library::ImportSourceType::manualImport,
+                              std::nullopt, std::nullopt,
+                              [&, index](ingestion::ImportResult result) {
+                                outcomes[index] = std::move(result);
                                 if (--remaining == 0) {
                                   platform.mainLoop.stop();
                                 } else {
@@ -47,42 +108,112 @@ int RunImport(CliSession& session, const std::vector<std::string>& paths, bool j
     for (size_t i = 0; i < kInFlight; ++i) startNext();
   });
   if (!paths.empty()) platform.mainLoop.run();
+  ImportReport report;
+  for (size_t i = 0; i < paths.size(); ++i) report.add(paths[i], outcomes[i]);
+  return report;
+}
 
-  Status saved = saver.flush();
-  bool anyFailed = !saved.ok();
-  nlohmann::ordered_json report = nlohmann::ordered_json::array();
-  for (const auto& outcome : outcomes) {
-    const auto& r = outcome.result;
-    if (r) {
-      if (json) {
-        report.push_back({{"path", outcome.path}, {"id", r->uuidString()}, {"error", nullptr}});
-      } else {
-        std::cout << r->uuidString() << "  " << outcome.path << "\n";
+// Runs the engine's processing in this command until every id has finished.
+app::Json ProcessDirectly(CliSession& session, const std::vector<std::string>& ids,
+                          processing::ProcessingSaveCoalescer& saver, double waitSeconds) {
+  auto& platform = session.platform();
+  auto& context = session.context();
+  auto env = session.environment();
+  auto service = app::makeProcessingService(env, context, saver);
+  service->start();
+  for (const auto& id : ids) service->enqueue(*UUID::Parse(id));
+  const double deadline = platform.clock.monotonicSeconds() + waitSeconds;
+  app::Json results;
+  std::function<void()> check = [&] {
+    results = app::Json::array();
+    bool finished = true;
+    for (const auto& id : ids) {
+      auto fetched = context.fetchByKey<library::ScreenshotItem>(id);
+      auto item = fetched ? *fetched : nullptr;
+      if (!item) {
+        results.push_back({{"id", id}, {"error", "no item has this id"}});
+        continue;
       }
-    } else {
-      anyFailed = true;
-      if (json) {
-        report.push_back(
-            {{"path", outcome.path}, {"id", nullptr}, {"error", r.error().errorDescription()}});
-      } else {
-        std::cout << outcome.path << ": " << r.error().errorDescription() << "\n";
+      finished &= library::isTerminal(item->processingState());
+      results.push_back(app::itemOutcomeJson(*item));
+    }
+    if (finished || platform.clock.monotonicSeconds() >= deadline) {
+      platform.mainLoop.stop();
+      return;
+    }
+    platform.mainLoop.scheduleOnce(0.1, check);
+  };
+  platform.mainLoop.post(check);
+  platform.mainLoop.run();
+  service->stop();
+  return results;
+}
+
+int RunImport(CliSession& session, ImportOptions options) {
+  for (auto& path : options.paths) path = session.platform().absolutePath(path);
+  ImportReport report;
+  app::Json processed;
+  if (auto daemon = runningDaemon(session); daemon && !daemon->socket.empty()) {
+    auto request = app::makeRequest("import");
+    request["paths"] = options.paths;
+    auto reply = runLibraryRequest(session, request);
+    if (!reply) return session.exitCode;
+    if (!reply->reply.contains("results")) {
+      std::cerr << "klipora: " << replyError(reply->reply) << "\n";
+      return kExitFailure;
+    }
+    for (const auto& r : reply->reply["results"]) {
+      report.results.push_back(r);
+      if (!r["id"].is_string()) report.anyFailed = true;
+    }
+    PrintImported(report, options.json);
+    if (options.wait && !report.ids().empty()) {
+      auto wait = app::makeRequest("wait");
+      wait["ids"] = report.ids();
+      wait["timeoutSeconds"] = options.waitSeconds;
+      auto waited = runLibraryRequest(session, wait, options.waitSeconds + 30);
+      if (!waited) return session.exitCode;
+      processed = waited->reply.value("results", app::Json::array());
+    }
+  } else {
+    if (!session.openLibrary()) return session.exitCode;
+    processing::ProcessingSaveCoalescer saver(session.context(), session.platform().mainLoop);
+    report = ImportDirectly(session, options.paths, saver);
+    PrintImported(report, options.json);
+    if (options.wait && !report.ids().empty()) {
+      // Saved first, so that the items are read back like any others.
+      if (Status saved = saver.flush(); saved.ok()) {
+        processed = ProcessDirectly(session, report.ids(), saver, options.waitSeconds);
       }
     }
+    if (Status saved = saver.flush(); !saved.ok()) {
+      std::cerr << "klipora: could not save the library: " << saved.message() << "\n";
+      return kExitFailure;
+    }
   }
-  if (json) printJson(report);
-  if (!saved.ok()) std::cerr << "klipora: could not save the library: " << saved.message() << "\n";
-  return anyFailed ? kExitFailure : kExitOk;
+  bool allProcessed = true;
+  if (options.wait) allProcessed = PrintProcessed(processed, options.json);
+  if (options.json) {
+    app::Json out = report.results;
+    if (options.wait) out = {{"imported", report.results}, {"processed", processed}};
+    printJson(out);
+  }
+  return report.anyFailed || !allProcessed ? kExitFailure : kExitOk;
 }
 
 }  // namespace
 
 KLIPORA_COMMAND(import) {
   auto* cmd = app.add_subcommand("import", "Import image files into the library");
-  auto paths = std::make_shared<std::vector<std::string>>();
-  auto json = std::make_shared<bool>(false);
-  cmd->add_option("paths", *paths, "Image files to import")->required();
-  cmd->add_flag("--json", *json, "Print the outcome of each file as JSON");
-  cmd->callback([&session, paths, json] { session.exitCode = RunImport(session, *paths, *json); });
+  auto options = std::make_shared<ImportOptions>();
+  cmd->add_option("paths", options->paths, "Image files to import")->required();
+  cmd->add_flag("--json", options->json, "Print the outcome of each file as JSON");
+  cmd->add_flag("--wait", options->wait,
+                "Wait until each new item is processed and print its state, category, "
+                "confidence and title");
+  cmd->add_option("--wait-seconds", options->waitSeconds,
+                  "Give up waiting after this many seconds (default 600)");
+  cmd->callback([&session, options] { session.exitCode = RunImport(session, *options); });
 }
 
 }  // namespace klipora::cli

@@ -5,6 +5,7 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdlib>
+#include <filesystem>
 #include <iostream>
 
 #include "app/app_platform.h"
@@ -44,6 +45,11 @@ int main(int argc, char** argv) {
       .makeFileLogSink = [](const std::string& logPath,
                             const std::string& classifyPath) -> std::shared_ptr<log::LogSink> {
         return std::make_shared<FileLogSink>(logPath, classifyPath);
+      },
+      .absolutePath = [](const std::string& path) -> std::string {
+        std::error_code ignored;
+        auto absolute = std::filesystem::absolute(path, ignored);
+        return absolute.empty() ? path : absolute.lexically_normal().string();
       },
       .getenv = [](const char* name) -> const char* { return std::getenv(name); },
       .processID = static_cast<int>(::getpid()),

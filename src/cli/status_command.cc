@@ -34,6 +34,18 @@ int RunStatus(CliSession& session, bool json) {
     if (daemon.value("paused", false)) std::cout << ", paused: the library folder is missing";
     if (daemon.contains("reachable")) std::cout << ", not answering";
     std::cout << "\n";
+    if (daemon.contains("queue")) {
+      const auto& q = daemon["queue"];
+      std::cout << "Queue: " << q["bulk"].value("waiting", 0) + q["bulk"].value("running", 0)
+                << " in the bulk lane (" << q["bulk"].value("running", 0) << " running), "
+                << q["priority"].value("waiting", 0) + q["priority"].value("running", 0)
+                << " in the priority lane, " << q.value("inFlight", 0) << " in flight";
+      if (q.value("lateOCRPending", 0) > 0) {
+        std::cout << ", " << q.value("lateOCRPending", 0) << " waiting for late text";
+      }
+      if (q.value("retryPassRunning", false)) std::cout << ", text retry pass running";
+      std::cout << "\n";
+    }
   } else {
     std::cout << "Daemon: not running\n";
   }
