@@ -97,12 +97,11 @@ Json ControlRequestHandler::status() {
   auto& context = target_.context;
   Json states = Json::object();
   int64_t live = 0;
-  for (auto state : {library::ProcessingState::pending, library::ProcessingState::thumbnailGenerated,
-                     library::ProcessingState::ocrComplete,
-                     library::ProcessingState::classificationComplete,
-                     library::ProcessingState::enrichmentComplete,
-                     library::ProcessingState::complete, library::ProcessingState::failed,
-                     library::ProcessingState::partiallyFailed}) {
+  for (auto state :
+       {library::ProcessingState::pending, library::ProcessingState::thumbnailGenerated,
+        library::ProcessingState::ocrComplete, library::ProcessingState::classificationComplete,
+        library::ProcessingState::enrichmentComplete, library::ProcessingState::complete,
+        library::ProcessingState::failed, library::ProcessingState::partiallyFailed}) {
     std::string raw(library::rawValue(state));
     FetchDescriptor d;
     d.predicate = "deletedAt IS NULL AND deleted = 0 AND processingStateRaw = ?";
@@ -136,19 +135,22 @@ Json ControlRequestHandler::status() {
     daemon["watching"] = c->watcher() != nullptr && c->watcher()->isWatching();
     if (auto* queue = c->processingQueue()) {
       auto q = queue->status();
-      daemon["queue"] = {{"running", q.running},
-                         {"bulk", {{"waiting", q.bulkWaiting}, {"running", q.bulkRunning}}},
-                         {"priority", {{"waiting", q.priorityWaiting}, {"running", q.priorityRunning}}},
-                         {"inFlight", q.inFlight},
-                         {"lateOCRPending", q.lateOCRPending},
-                         {"retryPassRunning", q.retryPassRunning}};
+      daemon["queue"] = {
+          {"running", q.running},
+          {"bulk", {{"waiting", q.bulkWaiting}, {"running", q.bulkRunning}}},
+          {"priority", {{"waiting", q.priorityWaiting}, {"running", q.priorityRunning}}},
+          {"inFlight", q.inFlight},
+          {"lateOCRPending", q.lateOCRPending},
+          {"retryPassRunning", q.retryPassRunning}};
     }
   }
   return {{"ok", true},
           {"daemon", std::move(daemon)},
           {"library", std::move(library)},
           {"items",
-           {{"total", *total}, {"live", *total - *inTrash}, {"trashed", *inTrash},
+           {{"total", *total},
+            {"live", *total - *inTrash},
+            {"trashed", *inTrash},
             {"states", std::move(states)}}}};
 }
 
@@ -234,7 +236,7 @@ void ControlRequestHandler::import(const Json& request, Reply reply) {
   for (const auto& path : paths) batch->results.push_back({{"path", path}});
   for (size_t i = 0; i < paths.size(); ++i) {
     coordinator->importFile(paths[i], library::ImportSourceType::manualImport, std::nullopt,
-                            std::nullopt, [batch, i](ingestion::ImportResult result) {
+                            std::nullopt, [batch, i, coordinator](ingestion::ImportResult result) {
                               auto& entry = batch->results[i];
                               if (result) {
                                 entry["id"] = result->uuidString();
@@ -245,6 +247,15 @@ void ControlRequestHandler::import(const Json& request, Reply reply) {
                                 batch->allOk = false;
                               }
                               if (--batch->remaining == 0) {
+                                // "Imported" means saved: a crash after the
+                                // reply loses nothing it names.
+                                if (auto* saver = coordinator->saveCoalescer()) {
+                                  if (Status s = saver->flush(); !s.ok()) {
+                                    batch->allOk = false;
+                                    log::error("Library", "import save failed: %s",
+                                               s.message().c_str());
+                                  }
+                                }
                                 batch->reply({{"ok", batch->allOk}, {"results", batch->results}});
                               }
                             });

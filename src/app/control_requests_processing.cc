@@ -116,7 +116,8 @@ void ControlRequestHandler::wait(const Json& request, Reply reply) {
   Timers& timers = target_.timers;
   // Polls the store: the items may be changed by this daemon's queue or by
   // any other writer, and a few reads per second cost nothing.
-  waiter->check = [waiter, &context, &clock, &timers] {
+  processing::ProcessingSaveCoalescer* saver = target_.coordinator->saveCoalescer();
+  waiter->check = [waiter, &context, &clock, &timers, saver] {
     Json results = Json::array();
     bool finished = true;
     for (const UUID& id : waiter->ids) {
@@ -130,6 +131,8 @@ void ControlRequestHandler::wait(const Json& request, Reply reply) {
     }
     const bool timedOut = clock.monotonicSeconds() >= waiter->deadline;
     if (finished || timedOut) {
+      // What the reply says is in the store for every other reader too.
+      if (saver) (void)saver->flush();
       waiter->reply({{"ok", finished}, {"timedOut", !finished}, {"results", std::move(results)}});
       waiter->check = nullptr;  // ends the cycle of references
       return;

@@ -8,6 +8,7 @@
 #include "platform/log.h"
 #include "processing/image_analyses.h"
 #include "processing/ocr_service.h"
+#include "processing/tracked_executor.h"
 
 namespace klipora::app {
 namespace {
@@ -16,7 +17,10 @@ class ProcessingService final : public ProcessingQueueService {
  public:
   ProcessingService(const AppEnvironment& env, library::ModelContext& context,
                     processing::ProcessingSaveCoalescer& saver, ProcessingPlatform& platform)
-      : env_(env), platform_(platform) {
+      : env_(env),
+        recognition_(platform.recognition),
+        labels_(platform.labels),
+        workers_(env.background) {
     processing::OCRServiceConfig ocrConfig;
     ocrConfig.languages = processing::recognitionLanguages(env_.userDefaults);
     ocr_ = std::make_unique<processing::OCRService>(platform.ocrEngines, env_.imageCodec,
@@ -24,7 +28,7 @@ class ProcessingService final : public ProcessingQueueService {
     labeler_ = intelligence::makeDefaultClassificationService(env_.fileSystem, env_.imageCodec);
     analyses_ = std::make_unique<processing::ImageAnalyses>(
         env_.fileSystem, env_.imageCodec, *ocr_, *labeler_,
-        processing::ImageAnalysesThreads{platform.recognition, platform.labels, env_.background});
+        processing::ImageAnalysesThreads{recognition_, labels_, workers_});
     if (!platform.arbiter) ownArbiter_ = intelligence::makeUnavailableModelArbiter();
     if (!platform.embedder) ownEmbedder_ = intelligence::makeHashedNgramEmbedder();
     custom_ = intelligence::makeNoCustomCategoryMatcher();
@@ -34,7 +38,7 @@ class ProcessingService final : public ProcessingQueueService {
         .clock = env_.clock,
         .timers = env_.timers,
         .mainThread = env_.mainLoop,
-        .workers = env_.background,
+        .workers = workers_,
         .userDefaults = env_.userDefaults,
         .notifications = nullptr,
         .analyses = *analyses_,
@@ -44,19 +48,24 @@ class ProcessingService final : public ProcessingQueueService {
     });
   }
 
+  // Work still running on the pools uses what this service owns: it
+  // finishes before anything goes.
   ~ProcessingService() override {
     queue_->stop();
     ocr_->stopKeepWarm();
+    recognition_.waitIdle();
+    labels_.waitIdle();
+    workers_.waitIdle();
   }
 
   void start() override {
     queue_->start();
     if (!warmedUp_) {
       warmedUp_ = true;
-      platform_.recognition.post([ocr = ocr_.get()] { ocr->warmUp(); });
+      recognition_.post([ocr = ocr_.get()] { ocr->warmUp(); });
     }
     if (!ocr_->keepWarmStarted()) {
-      ocr_->startKeepWarm(kKeepWarmInterval, env_.timers, platform_.recognition);
+      ocr_->startKeepWarm(kKeepWarmInterval, env_.timers, recognition_);
     }
   }
   void stop() override {
@@ -76,7 +85,10 @@ class ProcessingService final : public ProcessingQueueService {
 
  private:
   const AppEnvironment& env_;
-  ProcessingPlatform& platform_;
+  // Declared before what the work uses, so they are destroyed after it.
+  processing::TrackedExecutor recognition_;
+  processing::TrackedExecutor labels_;
+  processing::TrackedExecutor workers_;
   std::unique_ptr<processing::OCRService> ocr_;
   std::unique_ptr<intelligence::ClassificationService> labeler_;
   std::unique_ptr<processing::ImageAnalyses> analyses_;

@@ -33,7 +33,8 @@ struct ImportReport {
       results.push_back({{"path", path}, {"id", result->uuidString()}, {"error", nullptr}});
     } else {
       anyFailed = true;
-      results.push_back({{"path", path}, {"id", nullptr}, {"error", result.error().errorDescription()}});
+      results.push_back(
+          {{"path", path}, {"id", nullptr}, {"error", result.error().errorDescription()}});
     }
   }
   std::vector<std::string> ids() const {
@@ -69,8 +70,8 @@ bool PrintProcessed(const app::Json& items, bool json) {
     }
     char confidence[16];
     std::snprintf(confidence, sizeof confidence, "%.2f", item.value("confidence", 0.0));
-    std::cout << item.value("id", "") << "  " << state << "  " << item.value("category", "")
-              << "  " << confidence << "  " << item.value("title", "");
+    std::cout << item.value("id", "") << "  " << state << "  " << item.value("category", "") << "  "
+              << confidence << "  " << item.value("title", "");
     if (item["error"].is_string()) std::cout << "  (" << item["error"].get<std::string>() << ")";
     std::cout << "\n";
   }
@@ -93,9 +94,8 @@ ImportReport ImportDirectly(CliSession& session, const std::vector<std::string>&
   std::function<void()> startNext = [&] {
     if (next >= paths.size()) return;
     size_t index = next++;
-    pipeline.importScreenshot(paths[index], library::ImportSourceType::manualImport,
-                              std::nullopt, std::nullopt,
-                              [&, index](ingestion::ImportResult result) {
+    pipeline.importScreenshot(paths[index], library::ImportSourceType::manualImport, std::nullopt,
+                              std::nullopt, [&, index](ingestion::ImportResult result) {
                                 outcomes[index] = std::move(result);
                                 if (--remaining == 0) {
                                   platform.mainLoop.stop();
@@ -201,6 +201,30 @@ int RunImport(CliSession& session, ImportOptions options) {
   return report.anyFailed || !allProcessed ? kExitFailure : kExitOk;
 }
 
+int RunWait(CliSession& session, const ImportOptions& options) {
+  auto daemon = runningDaemon(session);
+  if (!daemon || daemon->socket.empty()) {
+    std::cerr << "klipora: nothing processes items without the daemon; start `klipora run`\n";
+    return kExitFailure;
+  }
+  auto request = app::makeRequest("wait");
+  request["ids"] = options.paths;
+  request["timeoutSeconds"] = options.waitSeconds;
+  auto reply = runLibraryRequest(session, request, options.waitSeconds + 30);
+  if (!reply) return session.exitCode;
+  if (!reply->reply.contains("results")) {
+    std::cerr << "klipora: " << replyError(reply->reply) << "\n";
+    return kExitFailure;
+  }
+  const auto& results = reply->reply["results"];
+  bool allDone = PrintProcessed(results, options.json);
+  if (options.json) printJson(results);
+  if (reply->reply.value("timedOut", false)) {
+    std::cerr << "klipora: gave up waiting after " << options.waitSeconds << " s\n";
+  }
+  return allDone ? kExitOk : kExitFailure;
+}
+
 }  // namespace
 
 KLIPORA_COMMAND(import) {
@@ -214,6 +238,16 @@ KLIPORA_COMMAND(import) {
   cmd->add_option("--wait-seconds", options->waitSeconds,
                   "Give up waiting after this many seconds (default 600)");
   cmd->callback([&session, options] { session.exitCode = RunImport(session, *options); });
+}
+
+KLIPORA_COMMAND(wait) {
+  auto* cmd = app.add_subcommand("wait", "Wait until items are processed (needs the daemon)");
+  auto options = std::make_shared<ImportOptions>();
+  cmd->add_option("ids", options->paths, "Item ids")->required();
+  cmd->add_flag("--json", options->json, "Print the items as JSON");
+  cmd->add_option("--wait-seconds", options->waitSeconds,
+                  "Give up waiting after this many seconds (default 600)");
+  cmd->callback([&session, options] { session.exitCode = RunWait(session, *options); });
 }
 
 }  // namespace klipora::cli

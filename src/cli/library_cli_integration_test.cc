@@ -45,13 +45,13 @@ TEST_F(LibraryCliTest, NewUserImportsScreenshots) {
 
   auto imported = runKlipora(home_, {"import", png, jpeg, upper, pdf});
   EXPECT_EQ(imported.exitCode, 1);  // one file failed
-  EXPECT_NE(imported.out.find("notes.pdf: Unsupported file type: pdf"), std::string::npos);
+  EXPECT_NE(imported.err.find("notes.pdf: Unsupported file type: pdf"), std::string::npos);
 
   json items = run({"list", "--json"});
   ASSERT_EQ(items.size(), 3u);
   VipsImageCodec codec;
   for (const auto& item : items) {
-    EXPECT_EQ(item["processingStateRaw"], "pending");
+    EXPECT_EQ(item["processingStateRaw"], "thumbnailGenerated");  // waits for the daemon
     EXPECT_EQ(item["importSource"], "manualImport");
     std::string copy = item["libraryPath"];
     EXPECT_EQ(copy.rfind(home_ + "/Library/Originals/", 0), 0u);
@@ -72,7 +72,7 @@ TEST_F(LibraryCliTest, NewUserImportsScreenshots) {
 
   auto again = runKlipora(home_, {"import", upper});
   EXPECT_EQ(again.exitCode, 1);
-  EXPECT_NE(again.out.find("This screenshot has already been imported."), std::string::npos);
+  EXPECT_NE(again.err.find("This screenshot has already been imported."), std::string::npos);
 
   std::string id = items[0]["id"];
   json shown = run({"show", id, "--json"});

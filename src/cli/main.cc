@@ -59,8 +59,9 @@ int main(int argc, char** argv) {
   CLI::App app{"Klipora: a screenshot library for Linux desktops", "klipora"};
   app.require_subcommand(1);
   app.fallthrough();
-  app.add_option("--home", session.homeOption, "Library support folder (default: $KLIPORA_HOME, else "
-                                 "$XDG_DATA_HOME/Klipora)");
+  app.add_option("--home", session.homeOption,
+                 "Library support folder (default: $KLIPORA_HOME, else "
+                 "$XDG_DATA_HOME/Klipora)");
   cli::addRegisteredCommands(app, session);
   int code;
   try {

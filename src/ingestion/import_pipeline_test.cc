@@ -98,7 +98,7 @@ TEST_F(ImportPipelineTest, ImportedItemCarriesTheFileFactsAndWaitsForTheBatchedS
   EXPECT_EQ(item.height, 1080);
   EXPECT_EQ(item.capturedAt, parseExifDate("2024:02:29 23:59:59"));
   EXPECT_EQ(item.importedAt, clock_.now());
-  EXPECT_EQ(item.processingState(), library::ProcessingState::pending);
+  EXPECT_EQ(item.processingState(), library::ProcessingState::thumbnailGenerated);
   EXPECT_EQ(item.importSource, ImportSourceType::automaticWatch);
   EXPECT_EQ(item.sourceAppBundleID, "org.gnome.Terminal");
   EXPECT_EQ(item.thumbnailPath, storage_.thumbnailPath(item.id));

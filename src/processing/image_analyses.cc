@@ -6,25 +6,25 @@
 namespace klipora::processing {
 
 void ImageAnalyses::recognizeText(const ItemData& item, std::function<void(OCROutcome)> done) {
-  threads_.recognition.post([this, path = item.libraryPath, key = item.checksum,
-                             done = std::move(done)] {
-    OCROutcome outcome;
-    auto bytes = fs_.readFile(path);
-    if (!bytes) {
-      outcome.unreadable = true;
-      outcome.error = OCRError::unreadableImage(bytes.error().message());
-      done(std::move(outcome));
-      return;
-    }
-    auto result = ocr_.recognizeTextWithLayout(*bytes, OCROptions{.contentKey = key});
-    if (result) {
-      outcome.result = std::move(*result);
-    } else {
-      outcome.unreadable = result.error().kind == OCRError::Case::unreadableImage;
-      outcome.error = result.error();
-    }
-    done(std::move(outcome));
-  });
+  threads_.recognition.post(
+      [this, path = item.libraryPath, key = item.checksum, done = std::move(done)] {
+        OCROutcome outcome;
+        auto bytes = fs_.readFile(path);
+        if (!bytes) {
+          outcome.unreadable = true;
+          outcome.error = OCRError::unreadableImage(bytes.error().message());
+          done(std::move(outcome));
+          return;
+        }
+        auto result = ocr_.recognizeTextWithLayout(*bytes, OCROptions{.contentKey = key});
+        if (result) {
+          outcome.result = std::move(*result);
+        } else {
+          outcome.unreadable = result.error().kind == OCRError::Case::unreadableImage;
+          outcome.error = result.error();
+        }
+        done(std::move(outcome));
+      });
 }
 
 void ImageAnalyses::labelImage(const ItemData& item, std::function<void(LabelsOutcome)> done) {

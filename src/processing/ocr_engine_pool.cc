@@ -65,9 +65,9 @@ tl::expected<OCREnginePool::Lease, OCREnginePool::AcquireError> OCREnginePool::a
     }
     if (std::chrono::steady_clock::now() >= deadline) {
       bool loading = loading_ > 0;
-      return tl::unexpected(AcquireError{
-          loading, Status::TimedOut(loading ? "the recognizer is still being loaded"
-                                            : "every recognizer is busy")});
+      return tl::unexpected(
+          AcquireError{loading, Status::TimedOut(loading ? "the recognizer is still being loaded"
+                                                         : "every recognizer is busy")});
     }
     changed_.wait_until(lock, deadline);
   }

@@ -67,8 +67,7 @@ TEST_F(OCRIntegrationTest, PanelsOfAnyColourAndSmallLabelsAreRead) {
                     TextPatch{"10:42", 740, 20, "DejaVu Sans 8", 110}};
   OCRResult result = read(makeTextImage(dialog));
   for (const char* expected : {"Could not open the file", "Try Again", "Cancel", "10:42"}) {
-    EXPECT_NE(result.text.find(expected), std::string::npos) << expected << " in\n"
-                                                             << result.text;
+    EXPECT_NE(result.text.find(expected), std::string::npos) << expected << " in\n" << result.text;
   }
 }
 
@@ -131,8 +130,8 @@ TEST_F(OCRIntegrationTest, EmptyTinyAndPictureOnlyImagesGiveNoTextAndNoError) {
 
 TEST_F(OCRIntegrationTest, BrokenFilesFailAsUnreadable) {
   std::string png = makeTextImage(Lines("soon cut short"));
-  for (const std::string& bytes : {png.substr(0, png.size() / 2), std::string(),
-                                   std::string("not an image at all")}) {
+  for (const std::string& bytes :
+       {png.substr(0, png.size() / 2), std::string(), std::string("not an image at all")}) {
     auto result = service_.recognizeTextWithLayout(bytes);
     ASSERT_FALSE(result);
     EXPECT_EQ(result.error().kind, OCRError::Case::unreadableImage);

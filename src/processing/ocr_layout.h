@@ -45,7 +45,6 @@ std::vector<OcrBox> groupIntoLines(std::vector<OcrBox> shapes, int glyphHeight, 
 // recovered line on the same row as a line, just before or after it, joins
 // that line ("1" before ".29" reads "1.29"); any other goes in before the
 // first line that lies wholly below it.
-void mergeRecoveredLines(std::vector<OcrObservation>& lines,
-                         std::vector<OcrObservation> recovered);
+void mergeRecoveredLines(std::vector<OcrObservation>& lines, std::vector<OcrObservation> recovered);
 
 }  // namespace klipora::processing

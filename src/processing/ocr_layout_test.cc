@@ -29,8 +29,8 @@ TEST(OcrLayoutTest, ShapesAreFoundWithTheirDiagonalNeighboursAndFilteredToText) 
 
   PixelImage ink = testing::Page(400, 100);
   OcrBox word = Word(ink, 10, 10, 4);
-  testing::Fill(ink, {10, 60, 390, 62});  // a rule
-  testing::Fill(ink, {200, 30, 202, 32});  // a speck
+  testing::Fill(ink, {10, 60, 390, 62});        // a rule
+  testing::Fill(ink, {200, 30, 202, 32});       // a speck
   testing::Fill(ink, {300, 0, 400, 100}, 100);  // a picture
   auto text = textShapes(ink, 12);
   ASSERT_EQ(text.size(), 4u);
@@ -41,7 +41,7 @@ TEST(OcrLayoutTest, ShapesGroupIntoLinesAtWordSpacesButNotAcrossColumns) {
   PixelImage ink = testing::Page(600, 100);
   OcrBox left = Word(ink, 10, 10, 3);
   OcrBox next = Word(ink, left.right + 5, 12, 2);  // a word space on, a little lower
-  OcrBox column = Word(ink, 300, 10, 2);          // far to the right
+  OcrBox column = Word(ink, 300, 10, 2);           // far to the right
   OcrBox below = Word(ink, 10, 40, 2);
   auto lines = groupIntoLines(textShapes(ink, 12), 12, ink.width, ink.height);
   ASSERT_EQ(lines.size(), 3u);

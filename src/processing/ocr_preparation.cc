@@ -53,8 +53,8 @@ PixelImage toGrey(const PixelImage& image) {
 bool hasDarkBackground(const PixelImage& grey) {
   if (grey.empty()) return false;
   std::array<int64_t, 256> histogram{};
-  int step = std::max(1, static_cast<int>(std::sqrt(static_cast<double>(grey.width) *
-                                                    grey.height / 250'000.0)));
+  int step = std::max(
+      1, static_cast<int>(std::sqrt(static_cast<double>(grey.width) * grey.height / 250'000.0)));
   int64_t count = 0;
   for (int y = 0; y < grey.height; y += step) {
     const uint8_t* row = grey.row(y);
@@ -93,8 +93,8 @@ constexpr int kWeightBits = 12;  // resampling weights are in 1/4096ths
 // Which source samples each output sample of a resampled line mixes, and
 // how much of each.
 struct Kernel {
-  int taps = 0;                // per output sample
-  std::vector<int> first;      // first source sample of each output sample
+  int taps = 0;                 // per output sample
+  std::vector<int> first;       // first source sample of each output sample
   std::vector<int32_t> weight;  // `taps` weights per output sample, summing to 4096
 };
 

@@ -42,8 +42,8 @@ struct OCRPreparationOptions {
 };
 
 struct PreparedImage {
-  PixelImage image;   // grey
-  double scale = 1;   // prepared pixels per source pixel
+  PixelImage image;  // grey
+  double scale = 1;  // prepared pixels per source pixel
   // Median glyph height in prepared pixels; 0 when no text-like shapes were
   // found.
   int glyphHeight = 0;

@@ -41,8 +41,8 @@ TEST(OcrInkTest, WindowFiltersMatchABruteForceExtreme) {
 }
 
 TEST(OcrInkTest, TextOfEitherPolarityBecomesDarkInkAndPanelEdgesStayWhite) {
-  PixelImage screen = Page(300, 160, 230);    // a light window
-  Fill(screen, {150, 40, 290, 120}, 40);      // with a dark panel in it
+  PixelImage screen = Page(300, 160, 230);  // a light window
+  Fill(screen, {150, 40, 290, 120}, 40);    // with a dark panel in it
   OcrBox light = Word(screen, 170, 70, 3, 12, 245);
   OcrBox dark = Word(screen, 20, 70, 3, 12, 20);
   PixelImage ink = normalizeInk(screen, strokeWindowFor(12));

@@ -9,9 +9,8 @@
 
 #include <optional>
 #include <string>
-#include <vector>
-
 #include <tl/expected.hpp>
+#include <vector>
 
 namespace klipora::processing {
 

@@ -78,16 +78,14 @@ OCRResultOrError OCRService::recognizeTextWithLayout(const PixelImage& image,
           std::to_string(image.channels) + ":" +
           sha256Hex({reinterpret_cast<const char*>(image.pixels.data()), image.pixels.size()});
   }
-  return blockingVision_.run({key, options.fastOnly, options.characterBoxes},
-                             [&]() -> OCRResultOrError {
-                               if (image.empty() || image.pixels.size() <
-                                   static_cast<size_t>(image.bytesPerRow()) * image.height) {
-                                 return tl::unexpected(OCRError::unreadableImage("no pixels"));
-                               }
-                               return recognizePixels(
-                                   config_.preparation.greyscale ? toGrey(image) : image,
-                                   options);
-                             });
+  return blockingVision_.run(
+      {key, options.fastOnly, options.characterBoxes}, [&]() -> OCRResultOrError {
+        if (image.empty() ||
+            image.pixels.size() < static_cast<size_t>(image.bytesPerRow()) * image.height) {
+          return tl::unexpected(OCRError::unreadableImage("no pixels"));
+        }
+        return recognizePixels(config_.preparation.greyscale ? toGrey(image) : image, options);
+      });
 }
 
 void OCRService::recognizeTextWithLayout(std::string encodedImage, OCROptions options,
@@ -141,8 +139,8 @@ OCRService::Attempt OCRService::recognizeAtLevel(const PixelImage& grey, OcrLeve
   if (grey.width < kMinRecognizableSide || grey.height < kMinRecognizableSide) return attempt;
   auto lease = pool_.acquire(config_.engineWaitSeconds);
   if (!lease) {
-    attempt.outcome = lease.error().stillLoading ? Attempt::Outcome::stillLoading
-                                                 : Attempt::Outcome::loadFailed;
+    attempt.outcome =
+        lease.error().stillLoading ? Attempt::Outcome::stillLoading : Attempt::Outcome::loadFailed;
     attempt.status = lease.error().status;
     return attempt;
   }
@@ -158,8 +156,8 @@ OCRService::Attempt OCRService::recognizeAtLevel(const PixelImage& grey, OcrLeve
   for (const OcrBox& tile : planTiles(grey, config_.maxTileSide)) {
     // Prepared per tile and per level: a fallback is rare, and holding every
     // prepared tile at once would double the memory of a huge screenshot.
-    PreparedImage prepared = prepareForRecognition(tile == whole ? grey : cropGrey(grey, tile),
-                                                   config_.preparation);
+    PreparedImage prepared =
+        prepareForRecognition(tile == whole ? grey : cropGrey(grey, tile), config_.preparation);
     const PixelImage& source = prepared.image;
     if (source.width < kMinRecognizableSide || source.height < kMinRecognizableSide) continue;
     auto observations = readTile(lease->engine(), prepared, request);
@@ -194,8 +192,8 @@ OCRService::Attempt OCRService::recognizeAtLevel(const PixelImage& grey, OcrLeve
 }
 
 Result<std::vector<OcrObservation>> OCRService::readTile(OcrEngine& engine,
-                                                        const PreparedImage& prepared,
-                                                        OcrRequest& request) {
+                                                         const PreparedImage& prepared,
+                                                         OcrRequest& request) {
   request.image = &prepared.image;
   request.lines.clear();
   ASSIGN_OR_RETURN(std::vector<OcrObservation> lines, engine.recognize(request));
@@ -211,8 +209,7 @@ Result<std::vector<OcrObservation>> OCRService::readTile(OcrEngine& engine,
     words.insert(words.end(), line.words.begin(), line.words.end());
   }
   const PixelImage& image = prepared.image;
-  std::vector<OcrBox> lost =
-      uncoveredShapes(textShapes(image, prepared.glyphHeight), words);
+  std::vector<OcrBox> lost = uncoveredShapes(textShapes(image, prepared.glyphHeight), words);
   if (lost.empty()) return lines;
   OcrRequest recovery = request;
   recovery.level = OcrLevel::lines;

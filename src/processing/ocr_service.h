@@ -87,8 +87,7 @@ class OCRService {
   OCRResultOrError recognizeTextWithLayout(std::string_view encodedImage,
                                            const OCROptions& options = {});
   // Blocking: recognises pixels already in memory (1, 3 or 4 channels).
-  OCRResultOrError recognizeTextWithLayout(const PixelImage& image,
-                                           const OCROptions& options = {});
+  OCRResultOrError recognizeTextWithLayout(const PixelImage& image, const OCROptions& options = {});
   // Runs the blocking form on `queue` and calls `done` there.
   void recognizeTextWithLayout(std::string encodedImage, OCROptions options, Executor& queue,
                                std::function<void(OCRResultOrError)> done);

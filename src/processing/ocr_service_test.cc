@@ -28,8 +28,8 @@ OcrObservation Line(std::string text, OcrBox box, float confidence = 0.9f) {
   if (near(a.x, b.x) && near(a.y, b.y) && near(a.width, b.width) && near(a.height, b.height)) {
     return ::testing::AssertionSuccess();
   }
-  return ::testing::AssertionFailure() << "[" << a.x << ", " << a.y << ", " << a.width << ", "
-                                       << a.height << "]";
+  return ::testing::AssertionFailure()
+         << "[" << a.x << ", " << a.y << ", " << a.width << ", " << a.height << "]";
 }
 
 class OCRServiceTest : public ::testing::Test {
@@ -239,7 +239,7 @@ TEST_F(OCRServiceTest, TextTheLayoutLeftOutIsReadLineByLineAndPutInPlace) {
   ASSERT_TRUE(result);
   EXPECT_EQ(result->text, "1.29");  // the unsure footer reading is dropped
   ASSERT_EQ(asked.size(), 1u);
-  ASSERT_EQ(asked[0].size(), 2u);   // the price's integer part and the footer
+  ASSERT_EQ(asked[0].size(), 2u);  // the price's integer part and the footer
   EXPECT_LE(asked[0][1].left, footer.left);
   EXPECT_GE(asked[0][1].bottom, footer.bottom);
 

@@ -14,37 +14,48 @@ constexpr char kWarmUpText[] = "OCR READY 123";
 // 5×7 glyphs of the warm-up text, one string per row, '#' for ink.
 const std::array<const char*, 7>* Glyph(char c) {
   static const std::array<const char*, 7> O = {".###.", "#...#", "#...#", "#...#",
-                                                "#...#", "#...#", ".###."};
+                                               "#...#", "#...#", ".###."};
   static const std::array<const char*, 7> C = {".###.", "#...#", "#....", "#....",
-                                                "#....", "#...#", ".###."};
+                                               "#....", "#...#", ".###."};
   static const std::array<const char*, 7> R = {"####.", "#...#", "#...#", "####.",
-                                                "#.#..", "#..#.", "#...#"};
+                                               "#.#..", "#..#.", "#...#"};
   static const std::array<const char*, 7> E = {"#####", "#....", "#....", "####.",
-                                                "#....", "#....", "#####"};
+                                               "#....", "#....", "#####"};
   static const std::array<const char*, 7> A = {".###.", "#...#", "#...#", "#####",
-                                                "#...#", "#...#", "#...#"};
+                                               "#...#", "#...#", "#...#"};
   static const std::array<const char*, 7> D = {"####.", "#...#", "#...#", "#...#",
-                                                "#...#", "#...#", "####."};
+                                               "#...#", "#...#", "####."};
   static const std::array<const char*, 7> Y = {"#...#", "#...#", ".#.#.", "..#..",
-                                                "..#..", "..#..", "..#.."};
+                                               "..#..", "..#..", "..#.."};
   static const std::array<const char*, 7> One = {"..#..", ".##..", "..#..", "..#..",
-                                                  "..#..", "..#..", ".###."};
+                                                 "..#..", "..#..", ".###."};
   static const std::array<const char*, 7> Two = {".###.", "#...#", "....#", "...#.",
-                                                  "..#..", ".#...", "#####"};
+                                                 "..#..", ".#...", "#####"};
   static const std::array<const char*, 7> Three = {".###.", "#...#", "....#", "..##.",
-                                                    "....#", "#...#", ".###."};
+                                                   "....#", "#...#", ".###."};
   switch (c) {
-    case 'O': return &O;
-    case 'C': return &C;
-    case 'R': return &R;
-    case 'E': return &E;
-    case 'A': return &A;
-    case 'D': return &D;
-    case 'Y': return &Y;
-    case '1': return &One;
-    case '2': return &Two;
-    case '3': return &Three;
-    default: return nullptr;
+    case 'O':
+      return &O;
+    case 'C':
+      return &C;
+    case 'R':
+      return &R;
+    case 'E':
+      return &E;
+    case 'A':
+      return &A;
+    case 'D':
+      return &D;
+    case 'Y':
+      return &Y;
+    case '1':
+      return &One;
+    case '2':
+      return &Two;
+    case '3':
+      return &Three;
+    default:
+      return nullptr;
   }
 }
 
@@ -107,8 +118,8 @@ void OCRService::startKeepWarm(double everySeconds, Timers& timers, Executor& qu
   if (keepWarmStarted_.exchange(true)) return;
   keepWarmTimers_ = &timers;
   keepWarmQueue_ = &queue;
-  keepWarmTimer_ = timers.scheduleRepeating(everySeconds, everySeconds * 0.1,
-                                            [this] { requestKeepWarmTick(); });
+  keepWarmTimer_ =
+      timers.scheduleRepeating(everySeconds, everySeconds * 0.1, [this] { requestKeepWarmTick(); });
 }
 
 void OCRService::stopKeepWarm() {

@@ -62,7 +62,8 @@ std::vector<OcrBox> planTiles(const PixelImage& grey, int maxSide) {
   std::vector<int> ys = Cuts(grey, grey.height, maxSide, false);
   std::vector<OcrBox> tiles;
   for (size_t j = 0; j + 1 < ys.size(); ++j) {
-    for (size_t i = 0; i + 1 < xs.size(); ++i) tiles.push_back({xs[i], ys[j], xs[i + 1], ys[j + 1]});
+    for (size_t i = 0; i + 1 < xs.size(); ++i)
+      tiles.push_back({xs[i], ys[j], xs[i + 1], ys[j + 1]});
   }
   return tiles;
 }

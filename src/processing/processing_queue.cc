@@ -20,13 +20,13 @@ void ProcessingQueue::start() {
   if (!watchdogTask_) {
     log::info("Watchdog", "starting (interval=%.0fs staleAfter=%.0fs)", config_.watchdogInterval,
               config_.staleAfter);
-    watchdogTask_ = deps_.timers.scheduleRepeating(config_.watchdogInterval, 1.0,
-                                                   [this] { watchdogTick(); });
+    watchdogTask_ =
+        deps_.timers.scheduleRepeating(config_.watchdogInterval, 1.0, [this] { watchdogTick(); });
   }
   recoverTimeoutFailures();
   if (deps_.notifications && observers_.empty()) {
-    for (const char* name : {notifications::kCustomCategoriesDidChange,
-                             notifications::kUserCategoryDidChange}) {
+    for (const char* name :
+         {notifications::kCustomCategoriesDidChange, notifications::kUserCategoryDidChange}) {
       observers_.push_back(deps_.notifications->addObserver(name, [this] {
         referenceSetsStale_ = true;
         deps_.customCategories.markStale();

@@ -120,8 +120,8 @@ void ProcessingQueue::rematchCustom(const UUID& id) {
           item->customCategoryID = match->id;
           deps_.saver.scheduleSave();
         }
-        log::info("Processing", "custom-rematch file=%s matched=%s",
-                  item->originalFilename.c_str(), match ? "yes" : "no");
+        log::info("Processing", "custom-rematch file=%s matched=%s", item->originalFilename.c_str(),
+                  match ? "yes" : "no");
         if (onItemBackfilled) onItemBackfilled(id);
       });
     });
@@ -148,8 +148,9 @@ void ProcessingQueue::retryMissingOCRPass() {
     retryPass_.running = true;
   }
   library::FetchDescriptor d;
-  d.predicate = "processingStateRaw = ? AND processingError = ? AND deleted = 0 AND "
-                "deletedAt IS NULL";
+  d.predicate =
+      "processingStateRaw = ? AND processingError = ? AND deleted = 0 AND "
+      "deletedAt IS NULL";
   d.arguments = {library::SqlValue(std::string("partiallyFailed")),
                  library::SqlValue(std::string("OCR failed"))};
   d.sortBy = "importedAt";
@@ -178,29 +179,31 @@ void ProcessingQueue::retryNextMissing(std::vector<UUID> ids, size_t index, int 
   data.libraryPath = item->libraryPath;
   data.originalFilename = item->originalFilename;
   data.checksum = item->checksum;
-  ocrLimiter_.acquire([this, data, ids = std::move(ids), index, failures,
-                       alive = alive_]() mutable {
-    deps_.analyses.recognizeText(data, [this, data, ids = std::move(ids), index, failures,
-                                        alive](OCROutcome outcome) mutable {
-      deps_.mainThread.post([this, data, ids = std::move(ids), index, failures, alive,
-                             outcome = std::move(outcome)]() mutable {
-        if (!*alive) return;
-        ocrLimiter_.release();
-        if (outcome.result) {
-          backfillText(data.id, std::move(outcome));
-          retryNextMissing(std::move(ids), index + 1, 0);
-          return;
-        }
-        if (!outcome.unreadable && ++failures >= 3) {
-          log::info("Processing", "ocr-retry file=%s FAILED; recognizer still failing, pass "
-                    "stopped", data.originalFilename.c_str());
-          retryPassFinished();
-          return;
-        }
-        retryNextMissing(std::move(ids), index + 1, failures);
+  ocrLimiter_.acquire(
+      [this, data, ids = std::move(ids), index, failures, alive = alive_]() mutable {
+        deps_.analyses.recognizeText(data, [this, data, ids = std::move(ids), index, failures,
+                                            alive](OCROutcome outcome) mutable {
+          deps_.mainThread.post([this, data, ids = std::move(ids), index, failures, alive,
+                                 outcome = std::move(outcome)]() mutable {
+            if (!*alive) return;
+            ocrLimiter_.release();
+            if (outcome.result) {
+              backfillText(data.id, std::move(outcome));
+              retryNextMissing(std::move(ids), index + 1, 0);
+              return;
+            }
+            if (!outcome.unreadable && ++failures >= 3) {
+              log::info("Processing",
+                        "ocr-retry file=%s FAILED; recognizer still failing, pass "
+                        "stopped",
+                        data.originalFilename.c_str());
+              retryPassFinished();
+              return;
+            }
+            retryNextMissing(std::move(ids), index + 1, failures);
+          });
+        });
       });
-    });
-  });
 }
 
 void ProcessingQueue::retryPassFinished() {

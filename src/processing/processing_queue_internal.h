@@ -8,11 +8,11 @@
 #include <vector>
 
 #include "intelligence/custom_category_matcher.h"
-#include "library/screenshot_item.h"
 #include "intelligence/feature_print.h"
 #include "intelligence/generated_title.h"
 #include "intelligence/semantic_scores.h"
 #include "intelligence/text_enrichment.h"
+#include "library/screenshot_item.h"
 #include "processing/processing_queue.h"
 
 namespace klipora::processing {

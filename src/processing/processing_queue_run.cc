@@ -130,19 +130,22 @@ void ProcessingQueue::startPhase1(std::shared_ptr<Run> run) {
   const std::string file = run->data.originalFilename;
 
   wait_.value<OCROutcome>(
-      [this, data = run->data, urgent](BoundedWait::Completion<OCROutcome> done) {
+      [this, data = run->data, urgent, alive = alive_](BoundedWait::Completion<OCROutcome> done) {
         ocrLimiter_.acquire(
-            [this, data, done] {
-              deps_.analyses.recognizeText(data, [this, done](OCROutcome outcome) {
-                deps_.mainThread.post([this] { ocrLimiter_.release(); });
+            [this, data, done, alive] {
+              if (!*alive) return;
+              deps_.analyses.recognizeText(data, [this, done, alive](OCROutcome outcome) {
+                deps_.mainThread.post([this, alive] {
+                  if (*alive) ocrLimiter_.release();
+                });
                 done(std::move(outcome));
               });
             },
             urgent);
       },
       config_.ocrBudget,
-      [this, run, finishOne, file](std::optional<OCROutcome> outcome) {
-        if (run->ended) return;
+      [this, run, finishOne, file, alive = alive_](std::optional<OCROutcome> outcome) {
+        if (!*alive || run->ended) return;
         if (!outcome) {
           log::info("Processing",
                     "file=%s step=ocr OVER-BUDGET: classifying without text; OCR continues and "
@@ -177,8 +180,8 @@ void ProcessingQueue::startPhase1(std::shared_ptr<Run> run) {
         deps_.analyses.labelImage(data, std::move(done));
       },
       config_.labelsBudget,
-      [this, run, finishOne, file](std::optional<LabelsOutcome> outcome) {
-        if (run->ended) return;
+      [this, run, finishOne, file, alive = alive_](std::optional<LabelsOutcome> outcome) {
+        if (!*alive || run->ended) return;
         if (outcome) {
           run->phase1.labels = std::move(*outcome);
         } else {
@@ -198,8 +201,9 @@ void ProcessingQueue::startPhase1(std::shared_ptr<Run> run) {
         deps_.analyses.makeFeaturePrint(data, std::move(done));
       },
       config_.featurePrintBudget,
-      [this, run, finishOne, file](std::optional<std::optional<library::Bytes>> print) {
-        if (run->ended) return;
+      [this, run, finishOne, file,
+       alive = alive_](std::optional<std::optional<library::Bytes>> print) {
+        if (!*alive || run->ended) return;
         if (print) {
           run->phase1.featurePrint = std::move(*print);
         } else {
@@ -248,6 +252,7 @@ void ProcessingQueue::phase1Done(std::shared_ptr<Run> run) {
   lookUpDocumentFrequencies(*run, text);
 
   deps_.workers.post([this, run, text, alive = alive_] {
+    if (!*alive) return;
     const auto& p1 = run->phase1;
     run->enrichment = intelligence::enrichText(text, run->documentFrequency, run->documentCount);
     intelligence::ResolutionInput input{
@@ -270,9 +275,9 @@ void ProcessingQueue::phase1Done(std::shared_ptr<Run> run) {
     }
     run->resolution = resolver_.resolve(input);
     if (!run->customCategories.empty()) {
-      run->customMatch = deps_.customCategories.match(
-          {.ocrText = text, .classificationLabels = p1.labels.labels,
-           .featurePrint = p1.featurePrint});
+      run->customMatch = deps_.customCategories.match({.ocrText = text,
+                                                       .classificationLabels = p1.labels.labels,
+                                                       .featurePrint = p1.featurePrint});
     }
     deps_.mainThread.post([this, run, alive] {
       if (*alive) earlyPersist(run);
@@ -286,8 +291,8 @@ void ProcessingQueue::earlyPersist(std::shared_ptr<Run> run) {
   }
   auto item = findItem(deps_.context, run->id);
   if (!item || item->isTrashed()) {
-    log::info("Processing", "early-persist file=%s SKIP item %s", run->data.originalFilename.c_str(),
-              item ? "is in the trash" : "no longer exists");
+    log::info("Processing", "early-persist file=%s SKIP item %s",
+              run->data.originalFilename.c_str(), item ? "is in the trash" : "no longer exists");
     endRun(run);
     return;
   }
@@ -314,12 +319,14 @@ void ProcessingQueue::earlyPersist(std::shared_ptr<Run> run) {
   advanceState(*item, ProcessingState::classificationComplete);
   deps_.saver.scheduleSave();
   noteProgress(run->id);
-  log::info("Processing", "early-persist file=%s category=%s confidence=%.2f (heuristic visible "
+  log::info("Processing",
+            "early-persist file=%s category=%s confidence=%.2f (heuristic visible "
             "in UI; FM refinement pending)",
             run->data.originalFilename.c_str(),
             std::string(library::rawValue(item->generatedCategory)).c_str(), r.confidence);
 
   deps_.workers.post([this, run, alive = alive_] {
+    if (!*alive) return;
     auto refinement = refine(*run);
     deps_.mainThread.post([this, run, refinement, alive] {
       if (*alive) finalPersist(run, refinement);
@@ -334,8 +341,8 @@ void ProcessingQueue::finalPersist(std::shared_ptr<Run> run,
   }
   auto item = findItem(deps_.context, run->id);
   if (!item || item->isTrashed()) {
-    log::info("Processing", "final-persist file=%s SKIP item %s", run->data.originalFilename.c_str(),
-              item ? "is in the trash" : "no longer exists");
+    log::info("Processing", "final-persist file=%s SKIP item %s",
+              run->data.originalFilename.c_str(), item ? "is in the trash" : "no longer exists");
     endRun(run);
     return;
   }
@@ -356,8 +363,8 @@ void ProcessingQueue::finalPersist(std::shared_ptr<Run> run,
   item->generatedSummary = e.summary;
   item->generatedTitle = intelligence::makeGeneratedTitle(
       refinement->modelTitle, item->effectiveCategory(), run->data.capturedOrImportedAt);
-  item->needsReview = !item->userCategory && intelligence::shouldFlagForReview(
-                                                 item->generatedCategoryConfidence);
+  item->needsReview =
+      !item->userCategory && intelligence::shouldFlagForReview(item->generatedCategoryConfidence);
   advanceState(*item, ProcessingState::enrichmentComplete);
 
   const auto& ocr = run->phase1.ocr;
@@ -373,8 +380,8 @@ void ProcessingQueue::finalPersist(std::shared_ptr<Run> run,
   deps_.saver.scheduleSave();
   lastProgress_.erase(run->id);
   if (ocrFailed) {
-    log::info("Processing", "file=%s text recognition failed: %s", run->data.originalFilename.c_str(),
-              ocr.error->describeWithDetail().c_str());
+    log::info("Processing", "file=%s text recognition failed: %s",
+              run->data.originalFilename.c_str(), ocr.error->describeWithDetail().c_str());
     requestOCRRetrySoon();
   }
   if (onItemClassified) onItemClassified(run->id);

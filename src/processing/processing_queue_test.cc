@@ -70,20 +70,19 @@ class ProcessingQueueTest : public ::testing::Test {
   }
   void makeQueue(ProcessingQueueConfig config) {
     queue_.reset();
-    queue_ = std::make_unique<ProcessingQueue>(
-        ProcessingQueueDeps{.context = context(),
-                            .saver = *saver_,
-                            .clock = clock_,
-                            .timers = clock_,
-                            .mainThread = main_,
-                            .workers = workers_,
-                            .userDefaults = defaults_,
-                            .notifications = nullptr,
-                            .analyses = analyses_,
-                            .arbiter = *arbiter_,
-                            .customCategories = *custom_,
-                            .embedder = embedder_},
-        config);
+    queue_ = std::make_unique<ProcessingQueue>(ProcessingQueueDeps{.context = context(),
+                                                                   .saver = *saver_,
+                                                                   .clock = clock_,
+                                                                   .timers = clock_,
+                                                                   .mainThread = main_,
+                                                                   .workers = workers_,
+                                                                   .userDefaults = defaults_,
+                                                                   .notifications = nullptr,
+                                                                   .analyses = analyses_,
+                                                                   .arbiter = *arbiter_,
+                                                                   .customCategories = *custom_,
+                                                                   .embedder = embedder_},
+                                               config);
   }
   library::ModelContext& context() { return container_->mainContext(); }
   UUID addItem(const std::string& file, ProcessingState state = ProcessingState::pending) {
@@ -112,7 +111,8 @@ class ProcessingQueueTest : public ::testing::Test {
   std::shared_ptr<library::ModelContainer> container_;
   std::unique_ptr<ProcessingSaveCoalescer> saver_;
   FakeAnalyses analyses_;
-  std::unique_ptr<intelligence::ModelArbiter> arbiter_ = intelligence::makeUnavailableModelArbiter();
+  std::unique_ptr<intelligence::ModelArbiter> arbiter_ =
+      intelligence::makeUnavailableModelArbiter();
   std::unique_ptr<intelligence::CustomCategoryMatcher> custom_ =
       intelligence::makeNoCustomCategoryMatcher();
   HashEmbedder embedder_;

@@ -76,8 +76,10 @@ void ProcessingQueue::watchdogTick() {
     return;
   }
   if (skipped > 0) {
-    log::info("Watchdog", "re-enqueueing %zu stuck item(s) (stale > %.0fs); skipped %zu "
-              "already in-flight", toQueue.size(), config_.staleAfter, skipped);
+    log::info("Watchdog",
+              "re-enqueueing %zu stuck item(s) (stale > %.0fs); skipped %zu "
+              "already in-flight",
+              toQueue.size(), config_.staleAfter, skipped);
   } else {
     log::info("Watchdog", "re-enqueueing %zu stuck item(s) (stale > %.0fs)", toQueue.size(),
               config_.staleAfter);
@@ -112,8 +114,8 @@ void ProcessingQueue::recoverTimeoutFailures() {
 
 void ProcessingQueue::refreshStaleReferenceSetsIfDue() {
   const double now = deps_.clock.monotonicSeconds();
-  if (referenceSets_ && (!referenceSetsStale_ ||
-                         now - referenceSetsBuiltAt_ < config_.referenceRefreshInterval)) {
+  if (referenceSets_ &&
+      (!referenceSetsStale_ || now - referenceSetsBuiltAt_ < config_.referenceRefreshInterval)) {
     return;
   }
   auto sets = std::make_shared<ReferenceSets>();
@@ -130,8 +132,9 @@ void ProcessingQueue::refreshStaleReferenceSetsIfDue() {
   for (auto category : library::kAllScreenshotCategories) {
     if (category == library::ScreenshotCategory::uncategorized) continue;
     FetchDescriptor d;
-    d.predicate = "COALESCE(userCategory, generatedCategory) = ? AND ocrText IS NOT NULL AND "
-                  "ocrText != '' AND processingStateRaw = 'complete' AND deleted = 0";
+    d.predicate =
+        "COALESCE(userCategory, generatedCategory) = ? AND ocrText IS NOT NULL AND "
+        "ocrText != '' AND processingStateRaw = 'complete' AND deleted = 0";
     d.arguments = {SqlValue(std::string(library::rawValue(category)))};
     d.sortBy = "importedAt DESC";
     d.limit = kSemanticExamplesPerCategory;
