@@ -21,8 +21,9 @@ struct IndexedColumn {
 };
 
 constexpr IndexedColumn kColumns[] = {
-    {"title", "coalesce(nullif(trim({p}userTitle, char(32, 9, 10, 11, 12, 13)), ''), "
-              "{p}generatedTitle)"},
+    {"title",
+     "coalesce(nullif(trim({p}userTitle, char(32, 9, 10, 11, 12, 13)), ''), "
+     "{p}generatedTitle)"},
     {"filename", "{p}originalFilename"},
     {"body", "{p}ocrText"},
     {"details", "coalesce({p}generatedSummary, '') || ' ' || coalesce({p}userNote, '')"},
@@ -74,8 +75,8 @@ std::vector<std::string> CreateStatements() {
       "CREATE VIRTUAL TABLE ScreenshotSearch USING fts5(" + names +
           ", content='ScreenshotSearchSource', content_rowid='rowid', "
           "tokenize='unicode61 remove_diacritics 2', prefix='2 3')",
-      "INSERT INTO ScreenshotSearch(ScreenshotSearch, rank) VALUES('rank', '" +
-          std::string(kRank) + "')",
+      "INSERT INTO ScreenshotSearch(ScreenshotSearch, rank) VALUES('rank', '" + std::string(kRank) +
+          "')",
       // With the defaults (a segment per 1 MB of pending terms, a merge
       // whenever 4 segments share a level) catching up 1,000 items wrote 7
       // small segments, which were then merged again and again as the index
@@ -85,7 +86,8 @@ std::vector<std::string> CreateStatements() {
       "INSERT INTO ScreenshotSearch(ScreenshotSearch, rank) VALUES('hashsize', 4194304)",
       "INSERT INTO ScreenshotSearch(ScreenshotSearch, rank) VALUES('automerge', 8)",
       "CREATE TABLE ScreenshotSearchPending (itemRowid INTEGER PRIMARY KEY, "
-      "indexed INTEGER NOT NULL, " + names + ")",
+      "indexed INTEGER NOT NULL, " +
+          names + ")",
       "CREATE TABLE ScreenshotSearchState (id INTEGER PRIMARY KEY CHECK (id = 1), "
       "version INTEGER NOT NULL, itemCount INTEGER NOT NULL, maxRowid INTEGER NOT NULL)",
       // The first change to an indexed item keeps the text the index holds
@@ -147,8 +149,8 @@ Result<bool> IsCurrent(Database& db) {
   if (state.empty() || state[0][0] != SqlValue(kIndexVersion)) return false;
   ASSIGN_OR_RETURN(auto pending, db.query("SELECT EXISTS (SELECT 1 FROM ScreenshotSearchPending)"));
   if (std::get<int64_t>(pending[0][0]) != 0) return true;
-  ASSIGN_OR_RETURN(auto below, db.query("SELECT count(*) FROM ScreenshotItem WHERE rowid <= ?",
-                                        {state[0][2]}));
+  ASSIGN_OR_RETURN(auto below,
+                   db.query("SELECT count(*) FROM ScreenshotItem WHERE rowid <= ?", {state[0][2]}));
   return below[0][0] == state[0][1];
 }
 
@@ -256,12 +258,12 @@ Result<int64_t> SearchIndex::catchUp(Database& db) {
     RETURN_IF_ERROR(db.exec("INSERT INTO ScreenshotSearch(ScreenshotSearch, rowid, " + names +
                             ") SELECT 'delete', itemRowid, " + names +
                             " FROM ScreenshotSearchPending WHERE indexed <> 0"));
-    ASSIGN_OR_RETURN(int64_t added,
-                     db.execute("INSERT INTO ScreenshotSearch(rowid, " + names + ") SELECT rowid, " +
-                                names +
-                                " FROM ScreenshotSearchSource WHERE rowid IN "
-                                "(SELECT itemRowid FROM ScreenshotSearchPending) OR rowid > "
-                                "(SELECT maxRowid FROM ScreenshotSearchState WHERE id = 1)"));
+    ASSIGN_OR_RETURN(
+        int64_t added,
+        db.execute("INSERT INTO ScreenshotSearch(rowid, " + names + ") SELECT rowid, " + names +
+                   " FROM ScreenshotSearchSource WHERE rowid IN "
+                   "(SELECT itemRowid FROM ScreenshotSearchPending) OR rowid > "
+                   "(SELECT maxRowid FROM ScreenshotSearchState WHERE id = 1)"));
     ASSIGN_OR_RETURN(int64_t removed, db.execute("DELETE FROM ScreenshotSearchPending"));
     RETURN_IF_ERROR(RecordState(db));
     return std::max(added, removed);
@@ -278,6 +280,31 @@ Result<int64_t> SearchIndex::catchUp(Database& db) {
 Result<std::vector<std::string>> SearchIndex::tokens(Database& db, std::string_view text) {
   ASSIGN_OR_RETURN(auto tokenizer, QueryTokenizer::open(db));
   return tokenizer->tokens(text);
+}
+
+Result<SearchIndex::DocumentFrequencies> SearchIndex::documentFrequencies(
+    Database& db, const std::vector<std::string>& terms) {
+  DocumentFrequencies out;
+  ASSIGN_OR_RETURN(auto state,
+                   db.query("SELECT itemCount FROM ScreenshotSearchState WHERE id = 1"));
+  if (!state.empty()) out.documentCount = std::get<int64_t>(state[0][0]);
+  if (terms.empty()) return out;
+  // The term list is read through a vocabulary table of this connection
+  // only, so the store file's schema stays as it is.
+  RETURN_IF_ERROR(
+      db.exec("CREATE VIRTUAL TABLE IF NOT EXISTS temp.ScreenshotSearchTerms USING "
+              "fts5vocab(main, 'ScreenshotSearch', 'row')"));
+  std::string sql = "SELECT term, doc FROM temp.ScreenshotSearchTerms WHERE term IN (";
+  std::vector<SqlValue> args;
+  for (const auto& term : terms) {
+    sql += args.empty() ? "?" : ", ?";
+    args.emplace_back(term);
+  }
+  ASSIGN_OR_RETURN(auto rows, db.query(sql + ")", args));
+  for (const auto& row : rows) {
+    out.perTerm[std::get<std::string>(row[0])] = std::get<int64_t>(row[1]);
+  }
+  return out;
 }
 
 Result<std::string> SearchIndex::matchExpression(Database& db, std::string_view freeText) {

@@ -25,6 +25,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -60,6 +61,17 @@ class SearchIndex {
   // A MATCH expression that requires `tagName` in the tags column; empty when
   // the name has no token (then only the exact check applies).
   static Result<std::string> tagExpression(Database& db, std::string_view tagName);
+
+  // How many indexed items hold each of `terms` (index tokens, as tokens()
+  // yields them; a term no item holds is left out), and how many items the
+  // index covers: the document frequencies that make a word distinctive.
+  // One lookup per term in the index's term list, whatever the library's size.
+  struct DocumentFrequencies {
+    std::map<std::string, int64_t> perTerm;
+    int64_t documentCount = 0;
+  };
+  static Result<DocumentFrequencies> documentFrequencies(Database& db,
+                                                         const std::vector<std::string>& terms);
 
   static constexpr size_t kMaxTerms = 32;
   static constexpr const char* kTable = "ScreenshotSearch";

@@ -93,11 +93,14 @@ TEST_F(SearchQueryTest, SeesWritesOfOtherConnectionsAndSurvivesVacuum) {
   ASSERT_TRUE(other->save().ok());
   EXPECT_EQ(find("elsewhere"), Texts{"elsewhere"});
   // Plain SQL, as a script or the sqlite3 shell would write.
-  ASSERT_TRUE(other->database().exec("UPDATE ScreenshotItem SET ocrText = 'shell' "
-                                     "WHERE ocrText = 'filler 0'").ok());
+  ASSERT_TRUE(other->database()
+                  .exec("UPDATE ScreenshotItem SET ocrText = 'shell' "
+                        "WHERE ocrText = 'filler 0'")
+                  .ok());
   EXPECT_EQ(find("shell"), Texts{"shell"});
 
-  ASSERT_TRUE(other->database().exec("DELETE FROM ScreenshotItem WHERE ocrText LIKE 'filler%'").ok());
+  ASSERT_TRUE(
+      other->database().exec("DELETE FROM ScreenshotItem WHERE ocrText LIKE 'filler%'").ok());
   ASSERT_TRUE(SearchIndex::catchUp(other->database()).has_value());
   ASSERT_TRUE(other->database().exec("VACUUM").ok());
   context_.reset();
@@ -113,9 +116,10 @@ TEST_F(SearchQueryTest, AnIndexWrittenByAnotherVersionIsRebuilt) {
   add("kept across the rebuild");
   // An index as an earlier build left it: other merge settings, another
   // version number.
-  ASSERT_TRUE(context_->database().exec(
-      "DELETE FROM ScreenshotSearch_config WHERE k IN ('hashsize', 'automerge'); "
-      "UPDATE ScreenshotSearchState SET version = version - 1").ok());
+  ASSERT_TRUE(context_->database()
+                  .exec("DELETE FROM ScreenshotSearch_config WHERE k IN ('hashsize', 'automerge'); "
+                        "UPDATE ScreenshotSearchState SET version = version - 1")
+                  .ok());
   context_.reset();
   context_ = open();
   auto settings = context_->database().query(
@@ -123,6 +127,19 @@ TEST_F(SearchQueryTest, AnIndexWrittenByAnotherVersionIsRebuilt) {
   ASSERT_TRUE(settings.has_value());
   EXPECT_EQ(std::get<int64_t>((*settings)[0][0]), 2);
   EXPECT_EQ(find("kept"), Texts{"kept across the rebuild"});
+}
+
+TEST_F(SearchQueryTest, DocumentFrequenciesCountItemsNotOccurrences) {
+  add("invoice invoice invoice march");
+  add("Invoice april");
+  add("lunch");
+  ASSERT_TRUE(SearchIndex::catchUp(context_->database()).has_value());
+  auto found = SearchIndex::documentFrequencies(context_->database(),
+                                                {"invoice", "march", "absent", "o'brien"});
+  ASSERT_TRUE(found.has_value()) << found.error().message();
+  EXPECT_EQ(found->documentCount, 3);
+  EXPECT_EQ(found->perTerm, (std::map<std::string, int64_t>{{"invoice", 2}, {"march", 1}}));
+  EXPECT_EQ(SearchIndex::documentFrequencies(context_->database(), {})->documentCount, 3);
 }
 
 TEST_F(SearchQueryTest, TokensFilter) {
@@ -182,8 +199,8 @@ TEST_F(SearchQueryTest, EverySelectionAndSort) {
   EXPECT_EQ(find("", SidebarSelection::customCategory(*d->customCategoryID)), Texts{"d"});
   EXPECT_EQ(find("", SidebarSelection::fixed(Kind::today)).size(), find("a").size());
   EXPECT_EQ(find("", SidebarSelection::fixed(Kind::trash)), Texts{});
-  EXPECT_FALSE(LibrarySearch::run(*context_, {.selection = SidebarSelection::sharedSet(UUID::Random())},
-                                  now_)
+  EXPECT_FALSE(LibrarySearch::run(*context_,
+                                  {.selection = SidebarSelection::sharedSet(UUID::Random())}, now_)
                    .has_value());
 
   LibraryQuery archived{.searchText = "c", .showArchivedInSearch = true};
@@ -216,9 +233,24 @@ TEST_F(SearchQueryTest, ManyMatchesFollowTheSortOrder) {
 
 TEST_F(SearchQueryTest, SearchSyntaxInTheQueryIsJustText) {
   add("he said \"quoted\" (maybe) NEAR the end - 100% *sure*");
-  const char* inputs[] = {"\"", "\"quoted", "*", "sure*", "NEAR(the end)", "(maybe", ")",
-                          "-", "- the", "AND", "OR NOT", "the:end", "^", "{body}: x",
-                          "\x01\x02 \x7f", "\xff\xfe quoted", "e-mail", "\xe2\x80\x94"};
+  const char* inputs[] = {"\"",
+                          "\"quoted",
+                          "*",
+                          "sure*",
+                          "NEAR(the end)",
+                          "(maybe",
+                          ")",
+                          "-",
+                          "- the",
+                          "AND",
+                          "OR NOT",
+                          "the:end",
+                          "^",
+                          "{body}: x",
+                          "\x01\x02 \x7f",
+                          "\xff\xfe quoted",
+                          "e-mail",
+                          "\xe2\x80\x94"};
   for (const char* input : inputs) {
     LibraryQuery q{.searchText = input};
     EXPECT_TRUE(LibrarySearch::run(*context_, q, now_).has_value()) << input;

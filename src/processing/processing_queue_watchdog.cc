@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "library/screenshot_item.h"
+#include "library/search_index.h"
 #include "platform/log.h"
 #include "processing/processing_queue.h"
 #include "processing/processing_queue_internal.h"
@@ -149,10 +150,21 @@ void ProcessingQueue::refreshStaleReferenceSetsIfDue() {
   referenceSetsBuiltAt_ = now;
 }
 
+// Keywords are the words that make an item stand out from the library, so
+// the enrichment needs to know how common each of its words already is. The
+// full-text index answers that with one lookup per word; without an answer
+// the keywords fall back to the item's own word counts.
 void ProcessingQueue::lookUpDocumentFrequencies(Run& run, const std::string& text) {
   if (text.empty()) return;
-  (void)intelligence::keywordCandidates(text);
-  run.documentCount = 0;
+  auto found = library::SearchIndex::documentFrequencies(deps_.context.database(),
+                                                         intelligence::keywordCandidates(text));
+  if (!found) {
+    log::warning("Processing", "keyword frequencies unavailable for %s: %s",
+                 run.data.originalFilename.c_str(), found.error().message().c_str());
+    return;
+  }
+  run.documentFrequency = std::move(found->perTerm);
+  run.documentCount = found->documentCount;
 }
 
 std::shared_ptr<ProcessingQueue::Refinement> ProcessingQueue::refine(const Run& run) {
