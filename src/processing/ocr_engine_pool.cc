@@ -43,6 +43,17 @@ void OCREnginePool::Lease::giveBack() {
   pool_ = nullptr;
 }
 
+std::unique_ptr<OcrEngine> OCREnginePool::Lease::abandon() {
+  if (pool_ == nullptr) return std::move(engine_);
+  {
+    std::lock_guard lock(pool_->mutex_);
+    --pool_->leased_;
+  }
+  pool_->changed_.notify_all();
+  pool_ = nullptr;
+  return std::move(engine_);
+}
+
 OCREnginePool::OCREnginePool(OcrEngineFactory& factory, std::vector<std::string> languages,
                              int capacity)
     : factory_(factory), capacity_(std::max(1, capacity)), languages_(std::move(languages)) {}

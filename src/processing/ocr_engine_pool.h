@@ -31,6 +31,9 @@ class OCREnginePool {
     // The engine is dropped instead of returned (after a failure or an
     // abandoned recognition); the pool loads a fresh one when needed.
     void discard() { discard_ = true; }
+    // Hands the engine over to a recognition that is being left running: the
+    // pool counts it gone at once, and the holder frees it.
+    std::unique_ptr<OcrEngine> abandon();
 
    private:
     friend class OCREnginePool;

@@ -5,6 +5,7 @@
 
 #include "platform/log.h"
 #include "platform/sha256.h"
+#include "processing/ocr_hang_guard.h"
 #include "processing/ocr_layout.h"
 #include "processing/ocr_tiling.h"
 
@@ -35,6 +36,36 @@ std::vector<OCRCharacterBox> CharacterBoxes(const std::string& text,
     cursor = at + c.text.size();
   }
   return boxes;
+}
+
+// Reads one prepared tile, then the text its page layout left out. Runs on a
+// thread the hang guard may leave behind, so it reads only its arguments.
+Result<std::vector<OcrObservation>> ReadTile(OcrEngine& engine, const PreparedImage& prepared,
+                                             OcrRequest& request, bool recoverDroppedText) {
+  request.image = &prepared.image;
+  request.lines.clear();
+  ASSIGN_OR_RETURN(std::vector<OcrObservation> lines, engine.recognize(request));
+  if (request.level != OcrLevel::accurate || !recoverDroppedText || prepared.image.channels != 1) {
+    return lines;
+  }
+
+  // Text the page layout left out: ink shapes no word covers, read a line
+  // at a time.
+  std::vector<OcrBox> words;
+  for (const OcrObservation& line : lines) {
+    words.insert(words.end(), line.words.begin(), line.words.end());
+  }
+  const PixelImage& image = prepared.image;
+  std::vector<OcrBox> lost = uncoveredShapes(textShapes(image, prepared.glyphHeight), words);
+  if (lost.empty()) return lines;
+  OcrRequest recovery = request;
+  recovery.level = OcrLevel::lines;
+  recovery.lines = groupIntoLines(std::move(lost), prepared.glyphHeight, image.width, image.height);
+  ASSIGN_OR_RETURN(std::vector<OcrObservation> found, engine.recognize(recovery));
+  // Icons and controls read as letters with little confidence.
+  std::erase_if(found, [](const OcrObservation& o) { return o.confidence < kRecoveredConfidence; });
+  mergeRecoveredLines(lines, std::move(found));
+  return lines;
 }
 
 }  // namespace
@@ -144,23 +175,27 @@ OCRService::Attempt OCRService::recognizeAtLevel(const PixelImage& grey, OcrLeve
     attempt.status = lease.error().status;
     return attempt;
   }
-  const double start = clock_.monotonicSeconds();
-  const double limit = config_.hangGuardSeconds;
+  const double deadline = clock_.monotonicSeconds() + config_.hangGuardSeconds;
   OcrRequest request;
   request.level = level;
   request.characterBoxes = characterBoxes;
   request.darkOnLight = config_.preparation.greyscale && config_.preparation.normalizeInk;
-  request.shouldStop = [this, start, limit] { return clock_.monotonicSeconds() - start >= limit; };
 
   const OcrBox whole{0, 0, grey.width, grey.height};
   for (const OcrBox& tile : planTiles(grey, config_.maxTileSide)) {
     // Prepared per tile and per level: a fallback is rare, and holding every
     // prepared tile at once would double the memory of a huge screenshot.
-    PreparedImage prepared =
-        prepareForRecognition(tile == whole ? grey : cropGrey(grey, tile), config_.preparation);
-    const PixelImage& source = prepared.image;
+    auto prepared = std::make_shared<const PreparedImage>(
+        prepareForRecognition(tile == whole ? grey : cropGrey(grey, tile), config_.preparation));
+    const PixelImage& source = prepared->image;
     if (source.width < kMinRecognizableSide || source.height < kMinRecognizableSide) continue;
-    auto observations = readTile(lease->engine(), prepared, request);
+    auto observations =
+        raceHangGuard(*lease, clock_, deadline,
+                      [prepared, request, recover = config_.recoverDroppedText](
+                          OcrEngine& engine, std::function<bool()> shouldStop) mutable {
+                        request.shouldStop = std::move(shouldStop);
+                        return ReadTile(engine, *prepared, request, recover);
+                      });
     if (!observations) {
       lease->discard();
       attempt.status = observations.error();
@@ -189,36 +224,6 @@ OCRService::Attempt OCRService::recognizeAtLevel(const PixelImage& grey, OcrLeve
     }
   }
   return attempt;
-}
-
-Result<std::vector<OcrObservation>> OCRService::readTile(OcrEngine& engine,
-                                                         const PreparedImage& prepared,
-                                                         OcrRequest& request) {
-  request.image = &prepared.image;
-  request.lines.clear();
-  ASSIGN_OR_RETURN(std::vector<OcrObservation> lines, engine.recognize(request));
-  if (request.level != OcrLevel::accurate || !config_.recoverDroppedText ||
-      prepared.image.channels != 1) {
-    return lines;
-  }
-
-  // Text the page layout left out: ink shapes no word covers, read a line
-  // at a time.
-  std::vector<OcrBox> words;
-  for (const OcrObservation& line : lines) {
-    words.insert(words.end(), line.words.begin(), line.words.end());
-  }
-  const PixelImage& image = prepared.image;
-  std::vector<OcrBox> lost = uncoveredShapes(textShapes(image, prepared.glyphHeight), words);
-  if (lost.empty()) return lines;
-  OcrRequest recovery = request;
-  recovery.level = OcrLevel::lines;
-  recovery.lines = groupIntoLines(std::move(lost), prepared.glyphHeight, image.width, image.height);
-  ASSIGN_OR_RETURN(std::vector<OcrObservation> found, engine.recognize(recovery));
-  // Icons and controls read as letters with little confidence.
-  std::erase_if(found, [](const OcrObservation& o) { return o.confidence < kRecoveredConfidence; });
-  mergeRecoveredLines(lines, std::move(found));
-  return lines;
 }
 
 std::vector<std::string> recognitionLanguages(const UserDefaults& defaults) {

@@ -9,9 +9,10 @@
 // (automatic page layout); the text that layout left out is then read a line
 // at a time (ocr_layout.h). When the accurate level fails the fast level runs
 // as a fallback ("ocr-fallback .fast lines=N"). A hang guard abandons an
-// accurate recognition that runs longer than hangGuardSeconds; the recogniser
-// checks it between words. Identical recognitions running at the same time
-// are done once (BlockingVision).
+// accurate recognition that runs longer than hangGuardSeconds: the recogniser
+// checks it between words, and one stuck where it never checks is left
+// running and its engine replaced (ocr_hang_guard.h). Identical recognitions running at the same
+// time are done once (BlockingVision).
 //
 // Errors: unreadableImage when the image cannot be decoded; recognizerStill-
 // Loading when no engine finished loading in time; recognizerUnavailable when
@@ -119,8 +120,6 @@ class OCRService {
   struct Attempt;
   OCRResultOrError recognizePixels(PixelImage pixels, const OCROptions& options);
   Attempt recognizeAtLevel(const PixelImage& grey, OcrLevel level, bool characterBoxes);
-  Result<std::vector<OcrObservation>> readTile(OcrEngine& engine, const PreparedImage& prepared,
-                                               OcrRequest& request);
   void requestKeepWarmTick();
   void runKeepWarmTick();
 

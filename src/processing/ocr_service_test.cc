@@ -149,6 +149,36 @@ TEST_F(OCRServiceTest, HangGuardAbandonsAnAccurateRecognitionThatRunsTooLong) {
   EXPECT_EQ(engines_.loads().size(), 2u);  // the abandoned engine was dropped
 }
 
+TEST_F(OCRServiceTest, ARecogniserStuckWhereItNeverChecksIsLeftAndItsEngineReplaced) {
+  config_.engineCount = 1;
+  std::promise<void> entered, release, returned;
+  std::shared_future<void> released = release.get_future().share();
+  std::atomic<int> accurateCalls = 0;
+  engines_.respond = [&, released](const OcrRequest& r) -> Result<std::vector<OcrObservation>> {
+    if (r.level != OcrLevel::accurate || accurateCalls++ > 0) {
+      return FakeOcrEngineFactory::defaultLines(r);
+    }
+    entered.set_value();
+    released.wait();  // stuck, and never asking whether to stop
+    auto lines = FakeOcrEngineFactory::defaultLines(r);
+    returned.set_value();
+    return lines;
+  };
+  OCRResultOrError result;
+  std::thread caller([&] { result = service().recognizeTextWithLayout(Page()); });
+  entered.get_future().wait();
+  clock_.advance(600);
+  caller.join();
+  ASSERT_FALSE(result);
+  EXPECT_EQ(result.error().kind, OCRError::Case::accurateHangGuardTripped);
+
+  // The only engine is still stuck, yet the next screenshot is read at once.
+  EXPECT_TRUE(service().recognizeTextWithLayout(Page(1)));
+  EXPECT_EQ(engines_.loads().size(), 2u);
+  release.set_value();
+  returned.get_future().wait();
+}
+
 TEST_F(OCRServiceTest, AnEngineStillLoadingMakesOthersWaitThenGiveUp) {
   config_.engineCount = 1;
   std::promise<void> loading, release;

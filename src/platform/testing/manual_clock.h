@@ -5,6 +5,7 @@
 // be called from any thread).
 #pragma once
 
+#include <atomic>
 #include <deque>
 #include <functional>
 #include <map>
@@ -38,7 +39,8 @@ class ManualClock final : public Clock, public Timers {
     std::function<void()> fire;
   };
   Date now_;
-  double monotonic_ = 1000;
+  // Read from any thread (a waiter may watch a deadline); moved by the test.
+  std::atomic<double> monotonic_ = 1000;
   std::map<TimerId, Timer> timers_;
   TimerId nextId_ = 1;
 };
