@@ -27,6 +27,8 @@ class ProcessingQueueService {
   virtual bool isRunning() const = 0;
   virtual void enqueue(const UUID& itemID) = 0;          // bulk lane
   virtual void enqueuePriority(const UUID& itemID) = 0;  // priority lane
+  // The item was put back to pending: a run under way writes nothing more.
+  virtual void supersede(const UUID& itemID) { (void)itemID; }
   // Items that no lane holds although their processing never finished.
   virtual std::vector<UUID> orphanedItemIDs() = 0;
   // Items waiting in a lane or in flight.
@@ -66,8 +68,7 @@ struct AppServiceFactories {
   std::function<std::unique_ptr<IngestionWatcherService>(AppCoordinator&)> makeWatcher;
   std::function<std::unique_ptr<ProcessingQueueService>(AppCoordinator&)> makeProcessingQueue;
   std::function<std::unique_ptr<BulkImportService>(AppCoordinator&)> makeBulkImport;
-  std::function<std::unique_ptr<AnnouncementPollerService>(AppCoordinator&)>
-      makeAnnouncementPoller;
+  std::function<std::unique_ptr<AnnouncementPollerService>(AppCoordinator&)> makeAnnouncementPoller;
 };
 
 }  // namespace klipora::app

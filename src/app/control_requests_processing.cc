@@ -59,7 +59,9 @@ Json ControlRequestHandler::retry(const Json& request) {
   if (Status s = target_.context.save(); !s.ok()) return errorReply(s.message());
   auto* queue = target_.coordinator ? target_.coordinator->processingQueue() : nullptr;
   for (const UUID& id : queued) {
-    if (queue) queue->enqueuePriority(id);
+    if (!queue) break;
+    queue->supersede(id);
+    queue->enqueuePriority(id);
   }
   return {{"ok", allFound}, {"queued", queue != nullptr}, {"results", std::move(results)}};
 }
@@ -87,7 +89,10 @@ Json ControlRequestHandler::reprocess(const Json& request) {
   if (Status s = target_.context.save(); !s.ok()) return errorReply(s.message());
   auto* queue = target_.coordinator ? target_.coordinator->processingQueue() : nullptr;
   if (queue) {
-    for (const auto& item : *items) queue->enqueue(item->id);
+    for (const auto& item : *items) {
+      queue->supersede(item->id);
+      queue->enqueue(item->id);
+    }
   }
   log::info("Processing", "reprocess %s: %zu item(s) back to pending", which.c_str(),
             items->size());

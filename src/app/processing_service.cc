@@ -75,6 +75,7 @@ class ProcessingService final : public ProcessingQueueService {
   bool isRunning() const override { return queue_->isRunning(); }
   void enqueue(const UUID& id) override { queue_->enqueue(id); }
   void enqueuePriority(const UUID& id) override { queue_->enqueuePriority(id); }
+  void supersede(const UUID& id) override { queue_->supersede(id); }
   // Start-up recovery already queues every unfinished item.
   std::vector<UUID> orphanedItemIDs() override { return {}; }
   std::vector<UUID> queuedItemIDs() const override { return queue_->inFlightIDs(); }

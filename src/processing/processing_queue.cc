@@ -122,6 +122,11 @@ void ProcessingQueue::releaseInFlight(const UUID& id) {
   if (rerun) enqueueIn(id, *rerun);
 }
 
+void ProcessingQueue::supersede(const UUID& id) {
+  std::lock_guard lock(latestLock_);
+  if (auto it = latestRun_.find(id); it != latestRun_.end()) it->second = nextToken_++;
+}
+
 void ProcessingQueue::cancel(const UUID& id) {
   {
     std::lock_guard lock(inFlightLock_);

@@ -118,6 +118,11 @@ class ProcessingQueue {
   // Drops the item's run (it left the library or went to the trash): nothing
   // more is written for it.
   void cancel(const UUID& id);
+  // The item changed under its run (a new image, a retry that put it back to
+  // pending): the run writes nothing more and stops at its next save, so a
+  // run asked for now processes the item as it is. Asking again without this
+  // keeps the run's work, and the run after it finds the item finished.
+  void supersede(const UUID& id);
 
   // Non-terminal items whose last change is older than `staleAfter` seconds.
   std::vector<UUID> sweepStuckItems(double staleAfter);

@@ -161,7 +161,9 @@ void ProcessingQueue::startPhase1(std::shared_ptr<Run> run) {
         } else {
           run->phase1.ocr = std::move(*outcome);
           if (run->phase1.ocr.result) {
-            if (auto item = findItem(deps_.context, run->id); item && !supersededOrEnded(run, "")) {
+            if (auto item = findItem(deps_.context, run->id);
+                item && !supersededOrEnded(
+                            run, " before saving its text; a new run will read the new pixels")) {
               item->ocrText = run->phase1.ocr.result->text;
               advanceState(*item, ProcessingState::ocrComplete);
               deps_.saver.scheduleSave();

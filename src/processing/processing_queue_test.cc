@@ -166,6 +166,30 @@ TEST_F(ProcessingQueueTest, AnIdAskedForAgainWhileInFlightRunsExactlyOnceMore) {
   EXPECT_TRUE(log_.contains("enqueue skipped id=" + id.uuidString() + " — not running"));
 }
 
+TEST_F(ProcessingQueueTest, AnImageReplacedMidRunIsReadAgainWithNoStaleWrites) {
+  analyses_.holdText = true;
+  analyses_.textFor["a.png"] = "old words";
+  auto id = addItem("a.png");
+  queue_->start();
+  queue_->enqueue(id);
+  runUntilIdle();
+  OCROutcome stale = analyses_.outcomeFor("a.png");
+
+  analyses_.textFor["a.png"] = "new words";
+  analyses_.holdText = false;
+  item(id)->setProcessingState(ProcessingState::pending);
+  ASSERT_TRUE(context().save().ok());
+  queue_->supersede(id);
+  queue_->enqueuePriority(id);
+  analyses_.heldText[0](stale);
+  runUntilIdle();
+  EXPECT_TRUE(log_.contains("item-superseded file=a.png"));
+  EXPECT_EQ(analyses_.textCalls, 2);
+  EXPECT_EQ(item(id)->ocrText, "new words");
+  EXPECT_EQ(item(id)->processingState(), ProcessingState::complete);
+  EXPECT_TRUE(queue_->inFlightIDs().empty());
+}
+
 TEST_F(ProcessingQueueTest, SlowTextIsBackfilledAfterClassifyingWithoutIt) {
   analyses_.holdText = true;
   auto id = addItem("slow.png");
