@@ -1,0 +1,156 @@
+// The entity rules of text enrichment.
+#include <algorithm>
+#include <array>
+#include <set>
+#include <string>
+
+#include "intelligence/category_expression.h"
+#include "intelligence/text_enrichment.h"
+
+namespace klipora::intelligence {
+namespace {
+
+enum class Kind { web, email, path, money, date, phone };
+
+#define KLIPORA_CURRENCY_CODE \
+  "(?:USD|EUR|GBP|JPY|CHF|CAD|AUD|NZD|CNY|INR|SEK|NOK|DKK|PLN|CZK|HUF|BRL|MXN|ZAR|KRW|SGD|HKD)"
+// Digits with optional thousands separators and cents; never stops inside
+// a number.
+#define KLIPORA_AMOUNT \
+  "(?:[0-9]{1,3}(?:[,.'\\x{00A0}\\x{202F}][0-9]{3})+|[0-9]+)(?:[.,][0-9]{1,2})?(?![0-9])"
+#define KLIPORA_DAY "(?:0?[1-9]|[12][0-9]|3[01])"
+#define KLIPORA_MONTH                                                                          \
+  "(?:jan(?:uary)?|feb(?:ruary)?|mar(?:ch)?|apr(?:il)?|may|june?|july?|aug(?:ust)?|sep(?:t(?:" \
+  "ember)?)?|oct(?:ober)?|nov(?:ember)?|dec(?:ember)?)\\b\\.?"
+#define KLIPORA_YEAR "(?:,?\\h+(?:19|20)[0-9]{2}\\b)"
+
+struct Rule {
+  Kind kind;
+  CategoryExpression expression;
+};
+
+const std::array<Rule, 6>& Rules() {
+  static const std::array<Rule, 6> rules = {{
+      {Kind::web, CategoryExpression(R"((?i)\b(?:https?://|ftp://|www\.)[^\s<>"'`]+)")},
+      {Kind::email, CategoryExpression(
+                        R"((?i)(?<![\w.%+-])[a-z0-9][a-z0-9._%+-]*@[a-z0-9](?:[a-z0-9-]*[a-z0-9])?)"
+                        R"((?:\.[a-z0-9](?:[a-z0-9-]*[a-z0-9])?)*\.[a-z]{2,24}\b)")},
+      {Kind::path, CategoryExpression(R"((?<![\w/:.~\\])(?:~(?:/[\w.@+-]+)+/?)"
+                                      R"(|\.{0,2}(?:/[\w.@+-]+){2,}/?))"
+                                      R"(|\b[A-Za-z]:\\(?:[\w.@+-]+\\)*[\w.@+-]*)")},
+      {Kind::money,
+       CategoryExpression(
+           "(?:[$€£¥₹₩₽]|\\b(?:US|CA|AU|NZ|HK|R|A|C)\\$|\\b" KLIPORA_CURRENCY_CODE
+           "\\b)\\h?" KLIPORA_AMOUNT "|(?<![0-9.,])" KLIPORA_AMOUNT
+           "\\h?(?:[$€£¥₹₩₽]|" KLIPORA_CURRENCY_CODE "\\b)")},
+      {Kind::date,
+       CategoryExpression(
+           "(?i)\\b(?:19|20)[0-9]{2}-(?:0[1-9]|1[0-2])-" KLIPORA_DAY "(?![0-9])"
+           "|(?<![0-9.,/-])" KLIPORA_DAY "([./-])" KLIPORA_DAY "\\1(?:19|20)[0-9]{2}(?![0-9])"
+           "|(?<![0-9.,/-])" KLIPORA_DAY "/" KLIPORA_DAY "/[0-9]{2}(?![0-9/])"
+           "|\\b" KLIPORA_DAY "(?:st|nd|rd|th)?\\.?\\h+" KLIPORA_MONTH KLIPORA_YEAR "?"
+           "|\\b" KLIPORA_MONTH "\\h+" KLIPORA_DAY "(?:st|nd|rd|th)?\\b" KLIPORA_YEAR "?")},
+      {Kind::phone,
+       CategoryExpression(R"((?<![\w+.,/-])(?:\+[0-9]{1,3}[\h.-]?)?(?:\([0-9]{1,4}\)[\h.-]?)?)"
+                          R"([0-9]{2,8}(?:[\h.-][0-9]{2,8}){0,4}(?![\w-]|[.,][0-9]))")},
+  }};
+  return rules;
+}
+
+struct Match {
+  size_t start;
+  size_t end;
+  Kind kind;
+};
+
+// Sentence punctuation after an address, path or date belongs to the sentence;
+// a closing bracket does when the match holds no opening one.
+size_t TrimTrailing(std::string_view text, size_t start, size_t end) {
+  while (end > start) {
+    char c = text[end - 1];
+    std::string_view match = text.substr(start, end - start);
+    bool unbalanced = (c == ')' && match.find('(') == std::string_view::npos) ||
+                      (c == ']' && match.find('[') == std::string_view::npos);
+    if (std::string_view(".,;:!?'\"").find(c) == std::string_view::npos && !unbalanced) break;
+    --end;
+  }
+  return end;
+}
+
+// 7 to 15 digits, written the way phone numbers are: with a country code,
+// an area code in brackets, or in groups; not an IPv4 address.
+bool IsPhoneNumber(std::string_view match) {
+  int digits = 0, groups = 0, longestGroup = 0, run = 0;
+  bool dotsOnly = true;
+  for (char c : match) {
+    bool digit = c >= '0' && c <= '9';
+    if (digit) {
+      ++digits;
+      groups += run == 0;
+      longestGroup = std::max(longestGroup, ++run);
+    } else {
+      run = 0;
+      dotsOnly = dotsOnly && c == '.';
+    }
+  }
+  if (digits < 7 || digits > 15) return false;
+  if (dotsOnly && groups == 4 && longestGroup <= 3) return false;
+  return match.front() == '+' || match.find('(') != std::string_view::npos || groups >= 3 ||
+         (groups == 2 && digits == 7);
+}
+
+std::string Collapsed(std::string_view match) {
+  std::string out;
+  for (char c : match) {
+    bool blank = c == ' ' || c == '\t';
+    if (!blank) {
+      out += c;
+    } else if (!out.empty() && out.back() != ' ') {
+      out += ' ';
+    }
+  }
+  return out;
+}
+
+std::string Folded(std::string_view text) {
+  std::string out(text);
+  for (char& c : out) {
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+  }
+  return out;
+}
+
+}  // namespace
+
+std::vector<std::string> findEntities(std::string_view text) {
+  std::vector<Match> matches;
+  for (const Rule& rule : Rules()) {
+    rule.expression.forEachMatch(text, [&](const size_t* ovector, int) {
+      size_t start = ovector[0], end = ovector[1];
+      if (rule.kind != Kind::money && rule.kind != Kind::phone) {
+        end = TrimTrailing(text, start, end);
+      }
+      std::string_view match = text.substr(start, end - start);
+      bool keep = end > start && (rule.kind != Kind::phone || IsPhoneNumber(match));
+      if (keep) matches.push_back({start, end, rule.kind});
+      return true;
+    });
+  }
+  std::stable_sort(matches.begin(), matches.end(), [](const Match& a, const Match& b) {
+    return a.start != b.start ? a.start < b.start : a.kind < b.kind;
+  });
+  std::vector<std::string> entities;
+  std::set<std::string> seen;
+  size_t taken = 0;
+  for (const Match& m : matches) {
+    if (m.start < taken) continue;
+    taken = m.end;
+    std::string entity = Collapsed(text.substr(m.start, m.end - m.start));
+    if (!seen.insert(Folded(entity)).second) continue;
+    entities.push_back(std::move(entity));
+    if (entities.size() == kMaxEntities) break;
+  }
+  return entities;
+}
+
+}  // namespace klipora::intelligence
