@@ -13,9 +13,10 @@
 // least three letters, without digits or stop words, ranked by tf-idf
 // against the library's document frequencies.
 //
-// The summary is the text's first meaningful line (enough words, mostly
-// letters), joined with the lines that continue its sentence, cut after its
-// first sentence, and capped at a word boundary.
+// The summary is the text's first line of prose (enough words, mostly
+// letters, with function words such as "the" or "is"; else the first line
+// that has enough words and letters), joined with the lines that continue
+// its sentence, cut after its first sentence, and capped at a word boundary.
 //
 // Pure functions; safe from any thread.
 #pragma once

@@ -76,6 +76,11 @@ TEST(TextEnrichmentTest, SummaryIsTheFirstMeaningfulSentence) {
             "Your order has shipped and will arrive on tuesday between noon and six.");
   EXPECT_EQ(summarize("Error: the file could not be saved because the disk is full"),
             "Error: the file could not be saved because the disk is full");
+  // Prose wins over an earlier header; without prose the first long line.
+  EXPECT_EQ(summarize("From: Jane Doe <jane@acme.io>\nSubject: Q3\nHi Tom, the report is here."),
+            "Hi Tom, the report is here.");
+  EXPECT_EQ(summarize("STARBUCKS 1234\n123 Main Street, Seattle WA\nLatte $5.45"),
+            "123 Main Street, Seattle WA");
   EXPECT_EQ(summarize("Back\n1 2 3 4 5 6 7 8 9 10 11 12\n--- *** ---\nSettings"), std::nullopt);
 
   std::string longLine;

@@ -1,5 +1,6 @@
 // The summary rule of text enrichment.
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 #include "intelligence/text_enrichment.h"
@@ -11,6 +12,7 @@ namespace {
 constexpr size_t kMinSummaryCharacters = 20;
 constexpr size_t kMinSummaryWords = 4;
 constexpr double kMinLetterShare = 0.65;
+constexpr int kMinProseFunctionWords = 2;
 
 std::string_view Trim(std::string_view line) {
   constexpr std::string_view kBlanks = " \t\r\f\v";
@@ -47,6 +49,25 @@ bool EndsSentence(std::string_view text) {
          text.ends_with("\u2026") || text.ends_with("\u3002");
 }
 
+// Prose has function words; headers, addresses, menus and button rows
+// rarely have two.
+bool IsProse(std::string_view line) {
+  static const std::unordered_set<std::string> kFunctionWords = {
+      "a",      "about", "after", "an",   "and",  "are",  "as",   "at",   "be",
+      "before", "but",   "by",    "can",  "for",  "from", "has",  "have", "he",
+      "i",      "if",    "in",    "into", "is",   "it",   "my",   "not",  "of",
+      "on",     "or",    "our",   "she",  "so",   "than", "that", "the",  "they",
+      "this",   "to",    "was",   "we",   "were", "will", "with", "you",  "your"};
+  int found = 0;
+  for (std::string_view word : splitWords(line)) {
+    if (word.size() > 6) continue;
+    std::string lower(word);
+    for (char& c : lower) c = static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
+    found += kFunctionWords.contains(lower);
+  }
+  return found >= kMinProseFunctionWords;
+}
+
 // A line that carries on the sentence before it: starts with a lower-case
 // letter and is mostly letters.
 bool ContinuesSentence(std::string_view line) {
@@ -77,24 +98,31 @@ std::optional<std::string> summarize(std::string_view text) {
     lines.push_back(Trim(text.substr(from, end - from)));
     from = end + 1;
   }
+  // The first line of prose, else the first meaningful line.
+  size_t chosen = lines.size();
   for (size_t i = 0; i < lines.size(); ++i) {
     if (!IsMeaningful(lines[i])) continue;
-    std::string paragraph(lines[i]);
-    for (size_t next = i + 1;
-         next < lines.size() && !EndsSentence(paragraph) &&
-         characterCount(paragraph) < kMaxSummaryLength && ContinuesSentence(lines[next]);
-         ++next) {
-      paragraph += ' ';
-      paragraph += lines[next];
+    if (chosen == lines.size()) chosen = i;
+    if (IsProse(lines[i])) {
+      chosen = i;
+      break;
     }
-    std::string collapsed;
-    for (char c : paragraph.substr(0, FirstSentenceEnd(paragraph))) {
-      if (c == '\t') c = ' ';
-      if (c != ' ' || (!collapsed.empty() && collapsed.back() != ' ')) collapsed += c;
-    }
-    return capAtWordBoundary(std::move(collapsed), kMaxSummaryLength);
   }
-  return std::nullopt;
+  if (chosen == lines.size()) return std::nullopt;
+  std::string paragraph(lines[chosen]);
+  for (size_t next = chosen + 1;
+       next < lines.size() && !EndsSentence(paragraph) &&
+       characterCount(paragraph) < kMaxSummaryLength && ContinuesSentence(lines[next]);
+       ++next) {
+    paragraph += ' ';
+    paragraph += lines[next];
+  }
+  std::string collapsed;
+  for (char c : paragraph.substr(0, FirstSentenceEnd(paragraph))) {
+    if (c == '\t') c = ' ';
+    if (c != ' ' || (!collapsed.empty() && collapsed.back() != ' ')) collapsed += c;
+  }
+  return capAtWordBoundary(std::move(collapsed), kMaxSummaryLength);
 }
 
 }  // namespace klipora::intelligence
