@@ -1,6 +1,7 @@
 // The entity rules of text enrichment.
 #include <algorithm>
 #include <array>
+#include <initializer_list>
 #include <set>
 #include <string>
 
@@ -12,44 +13,79 @@ namespace {
 
 enum class Kind { web, email, path, money, date, phone };
 
-#define KLIPORA_CURRENCY_CODE \
-  "(?:USD|EUR|GBP|JPY|CHF|CAD|AUD|NZD|CNY|INR|SEK|NOK|DKK|PLN|CZK|HUF|BRL|MXN|ZAR|KRW|SGD|HKD)"
+// Pieces shared by the money and date rules.
+constexpr std::string_view kCurrencyCode =
+    "(?:USD|EUR|GBP|JPY|CHF|CAD|AUD|NZD|CNY|INR|SEK|NOK|DKK|PLN|CZK|HUF|BRL|MXN|ZAR|KRW|SGD|HKD)";
+constexpr std::string_view kCurrencySign = "(?:[$€£¥₹₩₽]|\\b(?:US|CA|AU|NZ|HK|R|A|C)\\$)";
 // Digits with optional thousands separators and cents; never stops inside
 // a number.
-#define KLIPORA_AMOUNT \
-  "(?:[0-9]{1,3}(?:[,.'\\x{00A0}\\x{202F}][0-9]{3})+|[0-9]+)(?:[.,][0-9]{1,2})?(?![0-9])"
-#define KLIPORA_DAY "(?:0?[1-9]|[12][0-9]|3[01])"
-#define KLIPORA_MONTH                                                                          \
-  "(?:jan(?:uary)?|feb(?:ruary)?|mar(?:ch)?|apr(?:il)?|may|june?|july?|aug(?:ust)?|sep(?:t(?:" \
-  "ember)?)?|oct(?:ober)?|nov(?:ember)?|dec(?:ember)?)\\b\\.?"
-#define KLIPORA_YEAR "(?:,?\\h+(?:19|20)[0-9]{2}\\b)"
+constexpr std::string_view kAmount =
+    "(?:[0-9]{1,3}(?:[,.'\\x{00A0}\\x{202F}][0-9]{3})+|[0-9]+)(?:[.,][0-9]{1,2})?(?![0-9])";
+constexpr std::string_view kDay = "(?:0?[1-9]|[12][0-9]|3[01])";
+constexpr std::string_view kOrdinal = "(?:st|nd|rd|th)?";
+constexpr std::string_view kMonth =
+    "(?:jan(?:uary)?|feb(?:ruary)?|mar(?:ch)?|apr(?:il)?|may|june?|july?|aug(?:ust)?"
+    "|sep(?:t(?:ember)?)?|oct(?:ober)?|nov(?:ember)?|dec(?:ember)?)\\b\\.?";
+constexpr std::string_view kYear = "(?:,?\\h+(?:19|20)[0-9]{2}\\b)?";
+
+std::string Join(std::initializer_list<std::string_view> pieces) {
+  std::string pattern;
+  for (std::string_view piece : pieces) pattern += piece;
+  return pattern;
+}
 
 struct Rule {
   Kind kind;
   CategoryExpression expression;
 };
 
+// In order of precedence where two rules match at one place.
 const std::array<Rule, 6>& Rules() {
   static const std::array<Rule, 6> rules = {{
       {Kind::web, CategoryExpression(R"((?i)\b(?:https?://|ftp://|www\.)[^\s<>"'`]+)")},
-      {Kind::email, CategoryExpression(
-                        R"((?i)(?<![\w.%+-])[a-z0-9][a-z0-9._%+-]*@[a-z0-9](?:[a-z0-9-]*[a-z0-9])?)"
-                        R"((?:\.[a-z0-9](?:[a-z0-9-]*[a-z0-9])?)*\.[a-z]{2,24}\b)")},
+      {Kind::email,
+       CategoryExpression(R"((?i)(?<![\w.%+-])[a-z0-9][a-z0-9._%+-]*@)"
+                          R"([a-z0-9](?:[a-z0-9-]*[a-z0-9])?(?:\.[a-z0-9](?:[a-z0-9-]*[a-z0-9])?)*)"
+                          R"(\.[a-z]{2,24}\b)")},
+      // Absolute or relative with two parts at least, in the home folder, or
+      // on a Windows drive.
       {Kind::path, CategoryExpression(R"((?<![\w/:.~\\])(?:~(?:/[\w.@+-]+)+/?)"
                                       R"(|\.{0,2}(?:/[\w.@+-]+){2,}/?))"
                                       R"(|\b[A-Za-z]:\\(?:[\w.@+-]+\\)*[\w.@+-]*)")},
+      // Sign or code before the amount, or after it.
       {Kind::money,
        CategoryExpression(
-           "(?:[$€£¥₹₩₽]|\\b(?:US|CA|AU|NZ|HK|R|A|C)\\$|\\b" KLIPORA_CURRENCY_CODE
-           "\\b)\\h?" KLIPORA_AMOUNT "|(?<![0-9.,])" KLIPORA_AMOUNT
-           "\\h?(?:[$€£¥₹₩₽]|" KLIPORA_CURRENCY_CODE "\\b)")},
-      {Kind::date,
-       CategoryExpression(
-           "(?i)\\b(?:19|20)[0-9]{2}-(?:0[1-9]|1[0-2])-" KLIPORA_DAY "(?![0-9])"
-           "|(?<![0-9.,/-])" KLIPORA_DAY "([./-])" KLIPORA_DAY "\\1(?:19|20)[0-9]{2}(?![0-9])"
-           "|(?<![0-9.,/-])" KLIPORA_DAY "/" KLIPORA_DAY "/[0-9]{2}(?![0-9/])"
-           "|\\b" KLIPORA_DAY "(?:st|nd|rd|th)?\\.?\\h+" KLIPORA_MONTH KLIPORA_YEAR "?"
-           "|\\b" KLIPORA_MONTH "\\h+" KLIPORA_DAY "(?:st|nd|rd|th)?\\b" KLIPORA_YEAR "?")},
+           Join({"(?:", kCurrencySign, "|\\b", kCurrencyCode, "\\b)\\h?", kAmount, "|(?<![0-9.,])",
+                 kAmount, "\\h?(?:", kCurrencySign, "|", kCurrencyCode, "\\b)"}))},
+      // ISO; day and month with a four-digit year (or two after slashes);
+      // with the month's name, day first or month first.
+      {Kind::date, CategoryExpression(Join({"(?i)\\b(?:19|20)[0-9]{2}-(?:0[1-9]|1[0-2])-",
+                                            kDay,
+                                            "(?![0-9])",
+                                            "|(?<![0-9.,/-])",
+                                            kDay,
+                                            "([./-])",
+                                            kDay,
+                                            "\\1(?:19|20)[0-9]{2}(?![0-9])",
+                                            "|(?<![0-9.,/-])",
+                                            kDay,
+                                            "/",
+                                            kDay,
+                                            "/[0-9]{2}(?![0-9/])",
+                                            "|\\b",
+                                            kDay,
+                                            kOrdinal,
+                                            "\\.?\\h+",
+                                            kMonth,
+                                            kYear,
+                                            "|\\b",
+                                            kMonth,
+                                            "\\h+",
+                                            kDay,
+                                            kOrdinal,
+                                            "\\b",
+                                            kYear}))},
+      // Candidates only: IsPhoneNumber() decides.
       {Kind::phone,
        CategoryExpression(R"((?<![\w+.,/-])(?:\+[0-9]{1,3}[\h.-]?)?(?:\([0-9]{1,4}\)[\h.-]?)?)"
                           R"([0-9]{2,8}(?:[\h.-][0-9]{2,8}){0,4}(?![\w-]|[.,][0-9]))")},
