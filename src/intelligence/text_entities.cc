@@ -34,6 +34,26 @@ std::string Join(std::initializer_list<std::string_view> pieces) {
   return pattern;
 }
 
+// Sign or code before the amount, or after it.
+std::string MoneyPattern() {
+  std::string before = Join({"(?:", kCurrencySign, "|\\b", kCurrencyCode, "\\b)\\h?", kAmount});
+  std::string after =
+      Join({"(?<![0-9.,])", kAmount, "\\h?(?:", kCurrencySign, "|", kCurrencyCode, "\\b)"});
+  return before + "|" + after;
+}
+
+// ISO; day and month with a four-digit year (or two after slashes); with the
+// month's name, day first or month first.
+std::string DatePattern() {
+  std::string iso = Join({"\\b(?:19|20)[0-9]{2}-(?:0[1-9]|1[0-2])-", kDay, "(?![0-9])"});
+  std::string numeric =
+      Join({"(?<![0-9.,/-])", kDay, "([./-])", kDay, "\\1(?:19|20)[0-9]{2}(?![0-9])"});
+  std::string shortYear = Join({"(?<![0-9.,/-])", kDay, "/", kDay, "/[0-9]{2}(?![0-9/])"});
+  std::string dayFirst = Join({"\\b", kDay, kOrdinal, "\\.?\\h+", kMonth, kYear});
+  std::string monthFirst = Join({"\\b", kMonth, "\\h+", kDay, kOrdinal, "\\b", kYear});
+  return "(?i)" + iso + "|" + numeric + "|" + shortYear + "|" + dayFirst + "|" + monthFirst;
+}
+
 struct Rule {
   Kind kind;
   CategoryExpression expression;
@@ -52,39 +72,8 @@ const std::array<Rule, 6>& Rules() {
       {Kind::path, CategoryExpression(R"((?<![\w/:.~\\])(?:~(?:/[\w.@+-]+)+/?)"
                                       R"(|\.{0,2}(?:/[\w.@+-]+){2,}/?))"
                                       R"(|\b[A-Za-z]:\\(?:[\w.@+-]+\\)*[\w.@+-]*)")},
-      // Sign or code before the amount, or after it.
-      {Kind::money,
-       CategoryExpression(
-           Join({"(?:", kCurrencySign, "|\\b", kCurrencyCode, "\\b)\\h?", kAmount, "|(?<![0-9.,])",
-                 kAmount, "\\h?(?:", kCurrencySign, "|", kCurrencyCode, "\\b)"}))},
-      // ISO; day and month with a four-digit year (or two after slashes);
-      // with the month's name, day first or month first.
-      {Kind::date, CategoryExpression(Join({"(?i)\\b(?:19|20)[0-9]{2}-(?:0[1-9]|1[0-2])-",
-                                            kDay,
-                                            "(?![0-9])",
-                                            "|(?<![0-9.,/-])",
-                                            kDay,
-                                            "([./-])",
-                                            kDay,
-                                            "\\1(?:19|20)[0-9]{2}(?![0-9])",
-                                            "|(?<![0-9.,/-])",
-                                            kDay,
-                                            "/",
-                                            kDay,
-                                            "/[0-9]{2}(?![0-9/])",
-                                            "|\\b",
-                                            kDay,
-                                            kOrdinal,
-                                            "\\.?\\h+",
-                                            kMonth,
-                                            kYear,
-                                            "|\\b",
-                                            kMonth,
-                                            "\\h+",
-                                            kDay,
-                                            kOrdinal,
-                                            "\\b",
-                                            kYear}))},
+      {Kind::money, CategoryExpression(MoneyPattern())},
+      {Kind::date, CategoryExpression(DatePattern())},
       // Candidates only: IsPhoneNumber() decides.
       {Kind::phone,
        CategoryExpression(R"((?<![\w+.,/-])(?:\+[0-9]{1,3}[\h.-]?)?(?:\([0-9]{1,4}\)[\h.-]?)?)"
