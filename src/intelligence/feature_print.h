@@ -12,6 +12,7 @@
 // thread.
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <optional>
 #include <span>

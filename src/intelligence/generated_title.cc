@@ -67,7 +67,9 @@ std::string CollapseBlanks(std::string_view text) {
 std::string LocalDay(Date date) {
   static constexpr std::array<const char*, 12> kMonths = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                                           "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
-  std::time_t t = static_cast<std::time_t>(std::floor(date.timeIntervalSince1970()));
+  const double seconds = std::floor(date.timeIntervalSince1970());
+  if (!(std::abs(seconds) < 1e15)) return "";  // NaN or beyond any calendar
+  std::time_t t = static_cast<std::time_t>(seconds);
   std::tm tm{};
   if (!localtime_r(&t, &tm)) return "";
   return std::to_string(tm.tm_mday) + " " + kMonths[tm.tm_mon % 12] + " " +

@@ -6,7 +6,8 @@
 // line breaks collapsed to one space, a trailing full stop dropped, and cut
 // at a word boundary with an ellipsis beyond kMaxGeneratedTitleLength
 // characters. Without a usable model title the title is the category's
-// display name and the local capture date: "Receipts · 24 Nov 2026".
+// display name and the local capture date: "Receipts · 24 Nov 2026" (the
+// name alone for a date no calendar holds).
 //
 // An item is flagged for review when the category's confidence is below
 // kReviewConfidenceThreshold or not a number: a lone candidate with under

@@ -56,6 +56,8 @@ TEST_F(GeneratedTitleTest, WithoutAModelTitleTheCategoryAndLocalDay) {
   EXPECT_EQ(makeGeneratedTitle(" \"\" . ", C::receipts, lateEvening), expected);
   EXPECT_EQ(makeGeneratedTitle(std::nullopt, C::code, *parseISO8601("2027-03-05T12:00:00Z")),
             library::displayName(C::code) + " \xC2\xB7 5 Mar 2027");
+  EXPECT_EQ(makeGeneratedTitle(std::nullopt, C::code, Date::fromSecondsSince1970(std::nan(""))),
+            library::displayName(C::code));
 }
 
 TEST_F(GeneratedTitleTest, DoubtfulCategoriesAreFlagged) {
