@@ -103,7 +103,29 @@ bool IsCurrencyAmount(std::string_view entity) {
   return false;
 }
 
+// Three groups of digits with one separator, year first or last: a date
+// such as 2026-11-24 or 24.11.2026, which has as many digits as a phone number.
+bool IsNumericDate(std::string_view entity) {
+  size_t first = entity.find_first_not_of("0123456789");
+  if (first == std::string_view::npos) return false;
+  char separator = entity[first];
+  size_t second = entity.find(separator, first + 1);
+  if (second == std::string_view::npos) return false;
+  std::string_view groups[] = {entity.substr(0, first),
+                               entity.substr(first + 1, second - first - 1),
+                               entity.substr(second + 1)};
+  for (std::string_view group : groups) {
+    if (group.empty() || group.find_first_not_of("0123456789") != std::string_view::npos) {
+      return false;
+    }
+  }
+  bool yearFirst = groups[0].size() == 4 && groups[1].size() <= 2 && groups[2].size() <= 2;
+  bool yearLast = groups[0].size() <= 2 && groups[1].size() <= 2 && groups[2].size() == 4;
+  return yearFirst || yearLast;
+}
+
 bool IsPhoneNumber(std::string_view entity) {
+  if (IsNumericDate(entity)) return false;
   int digits = 0;
   for (char c : entity) {
     if (c >= '0' && c <= '9') {
@@ -115,8 +137,15 @@ bool IsPhoneNumber(std::string_view entity) {
   return digits >= 7;
 }
 
+// "/home/me/notes.txt", "~/notes.txt", "./build", "C:\Users\me\a.pdf".
+bool IsFilePath(std::string_view entity) {
+  return entity.starts_with('/') || entity.starts_with('~') || entity.starts_with("./") ||
+         entity.starts_with("../") || (entity.size() > 2 && entity[1] == ':' && entity[2] == '\\');
+}
+
 bool IsWebAddress(std::string_view entity) {
   if (entity.find("://") != std::string_view::npos) return true;
+  if (IsFilePath(entity)) return false;
   if (entity.size() > 4 && EqualsIgnoringAsciiCase(entity.substr(0, 4), "www.")) return true;
   if (entity.find_first_of(" \t\n@") != std::string_view::npos) return false;
   size_t dot = entity.rfind('.');

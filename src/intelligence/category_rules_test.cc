@@ -109,6 +109,13 @@ TEST(InputRuleTest, LabelsFileNamesAndEntities) {
   EXPECT_EQ(entityCategory("3.14"), std::nullopt);
   EXPECT_EQ(entityCategory("Mr. Smith"), std::nullopt);
   EXPECT_EQ(entityCategory("12345"), std::nullopt);
+  // Dates and file paths are not phone numbers or web addresses.
+  EXPECT_EQ(entityCategory("2026-11-24"), std::nullopt);
+  EXPECT_EQ(entityCategory("24.11.2026"), std::nullopt);
+  EXPECT_EQ(entityCategory("030-123-4567"), C::chats);
+  EXPECT_EQ(entityCategory("/home/anna/receipt.pdf"), std::nullopt);
+  EXPECT_EQ(entityCategory("~/notes.txt"), std::nullopt);
+  EXPECT_EQ(entityCategory("C:\\Users\\anna\\file.txt"), std::nullopt);
 }
 
 TEST(InputRuleTest, SourceApplication) {
