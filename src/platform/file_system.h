@@ -29,7 +29,7 @@ struct FileAttributes {
 };
 
 struct VolumeCapacity {
-  int64_t freeBytes = 0;   // available to an unprivileged user
+  int64_t freeBytes = 0;  // available to an unprivileged user
   int64_t totalBytes = 0;
 };
 
@@ -43,6 +43,14 @@ class FileSystem {
   // Reads a whole file. NotFound when it does not exist, PermissionDenied when
   // it cannot be opened, IoError otherwise.
   virtual Result<std::string> readFile(const std::string& path) = 0;
+  // Up to `length` bytes from `offset` of a regular file (fewer near its end;
+  // a negative offset counts from the end). Never opens anything else, so a
+  // named pipe or a device cannot block it: InvalidArgument for those.
+  virtual Result<std::string> readFileRange(const std::string& path, int64_t offset,
+                                            int64_t length) = 0;
+  // The absolute path with every symbolic link resolved. NotFound when some
+  // part is missing, InvalidArgument for a link loop.
+  virtual Result<std::string> resolvingSymlinks(const std::string& path) = 0;
   // Creates `path` (which must not exist) with `data` and syncs it. On any
   // failure the partly written file is removed before the error is returned.
   virtual Status writeNewFile(const std::string& path, std::string_view data) = 0;

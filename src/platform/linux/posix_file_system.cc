@@ -7,7 +7,9 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 
 namespace klipora {
@@ -85,6 +87,43 @@ Result<std::string> PosixFileSystem::readFile(const std::string& path) {
   }
   data.resize(got);
   return data;
+}
+
+Result<std::string> PosixFileSystem::readFileRange(const std::string& path, int64_t offset,
+                                                   int64_t length) {
+  // Non-blocking, so that opening a named pipe returns at once; the type is
+  // checked on the open descriptor before anything is read.
+  Fd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  if (fd.get() < 0) return Err(Status::FromErrno(errno, "open " + path));
+  struct stat st;
+  if (::fstat(fd.get(), &st) != 0) return Err(Status::FromErrno(errno, "stat " + path));
+  if (!S_ISREG(st.st_mode)) return Err(Status::InvalidArgument(path + " is not a regular file"));
+  if (offset < 0) offset = std::max<int64_t>(0, st.st_size + offset);
+  std::string data(static_cast<size_t>(std::max<int64_t>(0, length)), '\0');
+  size_t got = 0;
+  while (got < data.size()) {
+    ssize_t n = ::pread(fd.get(), data.data() + got, data.size() - got,
+                        static_cast<off_t>(offset + static_cast<int64_t>(got)));
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      return Err(Status::FromErrno(errno, "read " + path));
+    }
+    if (n == 0) break;
+    got += static_cast<size_t>(n);
+  }
+  data.resize(got);
+  return data;
+}
+
+Result<std::string> PosixFileSystem::resolvingSymlinks(const std::string& path) {
+  char* resolved = ::realpath(path.c_str(), nullptr);
+  if (resolved == nullptr) {
+    if (errno == ELOOP) return Err(Status::InvalidArgument(path + ": too many symbolic links"));
+    return Err(Status::FromErrno(errno, "resolve " + path));
+  }
+  std::string out(resolved);
+  ::free(resolved);
+  return out;
 }
 
 Status PosixFileSystem::writeNewFile(const std::string& path, std::string_view data) {
@@ -173,8 +212,7 @@ Result<std::vector<std::string>> PosixFileSystem::listDirectory(const std::strin
   return names;
 }
 
-Status PosixFileSystem::removeExtendedAttribute(const std::string& path,
-                                                const std::string& name) {
+Status PosixFileSystem::removeExtendedAttribute(const std::string& path, const std::string& name) {
   if (::removexattr(path.c_str(), name.c_str()) != 0 && errno != ENODATA && errno != ENOTSUP) {
     return Status::FromErrno(errno, "remove attribute " + name + " of " + path);
   }

@@ -9,6 +9,9 @@ namespace klipora {
 class PosixFileSystem final : public FileSystem {
  public:
   Result<std::string> readFile(const std::string& path) override;
+  Result<std::string> readFileRange(const std::string& path, int64_t offset,
+                                    int64_t length) override;
+  Result<std::string> resolvingSymlinks(const std::string& path) override;
   Status writeNewFile(const std::string& path, std::string_view data) override;
   Status writeFileAtomically(const std::string& path, std::string_view data) override;
   Status copyFile(const std::string& from, const std::string& to) override;
@@ -20,8 +23,7 @@ class PosixFileSystem final : public FileSystem {
   bool isWritableDirectory(const std::string& path) override;
   Result<std::vector<std::string>> listDirectory(const std::string& path) override;
   Status removeExtendedAttribute(const std::string& path, const std::string& name) override;
-  Result<std::string> extendedAttribute(const std::string& path,
-                                        const std::string& name) override;
+  Result<std::string> extendedAttribute(const std::string& path, const std::string& name) override;
   Result<VolumeCapacity> volumeCapacity(const std::string& path) override;
 };
 

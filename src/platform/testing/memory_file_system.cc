@@ -1,5 +1,7 @@
 #include "platform/testing/memory_file_system.h"
 
+#include <algorithm>
+
 namespace klipora::testing {
 
 MemoryFileSystem::MemoryFileSystem() { directories_.insert("/"); }
@@ -7,7 +9,8 @@ MemoryFileSystem::MemoryFileSystem() { directories_.insert("/"); }
 Status MemoryFileSystem::checkParentWritable(const std::string& path) const {
   std::string parent = deletingLastPathComponent(path);
   if (!directories_.count(parent)) return Status::NotFound("no folder " + parent);
-  if (readOnly_.count(parent)) return Status::PermissionDenied("folder " + parent + " is read-only");
+  if (readOnly_.count(parent))
+    return Status::PermissionDenied("folder " + parent + " is read-only");
   return Status::Ok();
 }
 
@@ -16,6 +19,23 @@ Result<std::string> MemoryFileSystem::readFile(const std::string& path) {
   auto it = files_.find(path);
   if (it == files_.end()) return Err(Status::NotFound("open " + path + ": No such file"));
   return it->second.data;
+}
+
+Result<std::string> MemoryFileSystem::readFileRange(const std::string& path, int64_t offset,
+                                                    int64_t length) {
+  ASSIGN_OR_RETURN(std::string data, readFile(path));
+  const int64_t size = static_cast<int64_t>(data.size());
+  if (offset < 0) offset = std::max<int64_t>(0, size + offset);
+  if (offset >= size || length <= 0) return std::string();
+  return data.substr(static_cast<size_t>(offset), static_cast<size_t>(length));
+}
+
+Result<std::string> MemoryFileSystem::resolvingSymlinks(const std::string& path) {
+  std::lock_guard lock(mutex_);
+  if (!files_.count(path) && !directories_.count(path)) {
+    return Err(Status::NotFound("resolve " + path + ": No such file"));
+  }
+  return path;
 }
 
 Status MemoryFileSystem::writeNewFile(const std::string& path, std::string_view data) {
@@ -109,8 +129,7 @@ Result<std::vector<std::string>> MemoryFileSystem::listDirectory(const std::stri
   return names;
 }
 
-Status MemoryFileSystem::removeExtendedAttribute(const std::string& path,
-                                                 const std::string& name) {
+Status MemoryFileSystem::removeExtendedAttribute(const std::string& path, const std::string& name) {
   std::lock_guard lock(mutex_);
   auto it = files_.find(path);
   if (it == files_.end()) return Status::NotFound(path);
@@ -128,9 +147,7 @@ Result<std::string> MemoryFileSystem::extendedAttribute(const std::string& path,
   return x->second;
 }
 
-Result<VolumeCapacity> MemoryFileSystem::volumeCapacity(const std::string&) {
-  return capacity_;
-}
+Result<VolumeCapacity> MemoryFileSystem::volumeCapacity(const std::string&) { return capacity_; }
 
 void MemoryFileSystem::addFile(const std::string& path, std::string data, Date birth) {
   std::lock_guard lock(mutex_);

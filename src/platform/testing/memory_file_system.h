@@ -21,6 +21,9 @@ class MemoryFileSystem final : public FileSystem {
   MemoryFileSystem();
 
   Result<std::string> readFile(const std::string& path) override;
+  Result<std::string> readFileRange(const std::string& path, int64_t offset,
+                                    int64_t length) override;
+  Result<std::string> resolvingSymlinks(const std::string& path) override;
   Status writeNewFile(const std::string& path, std::string_view data) override;
   Status writeFileAtomically(const std::string& path, std::string_view data) override;
   Status copyFile(const std::string& from, const std::string& to) override;
@@ -32,8 +35,7 @@ class MemoryFileSystem final : public FileSystem {
   bool isWritableDirectory(const std::string& path) override;
   Result<std::vector<std::string>> listDirectory(const std::string& path) override;
   Status removeExtendedAttribute(const std::string& path, const std::string& name) override;
-  Result<std::string> extendedAttribute(const std::string& path,
-                                        const std::string& name) override;
+  Result<std::string> extendedAttribute(const std::string& path, const std::string& name) override;
   Result<VolumeCapacity> volumeCapacity(const std::string& path) override;
 
   // Test set-up helpers.
@@ -66,8 +68,18 @@ class MemoryFileSystem final : public FileSystem {
 class FaultInjectingFileSystem final : public FileSystem {
  public:
   // Which call a fault applies to.
-  enum class Op { kRead, kWriteNew, kWriteAtomically, kCopy, kRemove, kRename, kCreateDirectories,
-                  kAttributes, kRemoveXattr, kCapacity };
+  enum class Op {
+    kRead,
+    kWriteNew,
+    kWriteAtomically,
+    kCopy,
+    kRemove,
+    kRename,
+    kCreateDirectories,
+    kAttributes,
+    kRemoveXattr,
+    kCapacity
+  };
 
   explicit FaultInjectingFileSystem(FileSystem& base) : base_(base) {}
 
@@ -78,6 +90,14 @@ class FaultInjectingFileSystem final : public FileSystem {
   void clearFaults();
 
   Result<std::string> readFile(const std::string& path) override;
+  Result<std::string> readFileRange(const std::string& path, int64_t offset,
+                                    int64_t length) override {
+    RETURN_IF_ERROR(check(Op::kRead, path));
+    return base_.readFileRange(path, offset, length);
+  }
+  Result<std::string> resolvingSymlinks(const std::string& path) override {
+    return base_.resolvingSymlinks(path);
+  }
   Status writeNewFile(const std::string& path, std::string_view data) override;
   Status writeFileAtomically(const std::string& path, std::string_view data) override;
   Status copyFile(const std::string& from, const std::string& to) override;
@@ -93,8 +113,7 @@ class FaultInjectingFileSystem final : public FileSystem {
     return base_.listDirectory(path);
   }
   Status removeExtendedAttribute(const std::string& path, const std::string& name) override;
-  Result<std::string> extendedAttribute(const std::string& path,
-                                        const std::string& name) override {
+  Result<std::string> extendedAttribute(const std::string& path, const std::string& name) override {
     return base_.extendedAttribute(path, name);
   }
   Result<VolumeCapacity> volumeCapacity(const std::string& path) override;
