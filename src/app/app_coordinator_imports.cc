@@ -33,8 +33,7 @@ void AppCoordinator::handleNewScreenshot(const std::string& path,
       }
       if (newest.timeIntervalSince(*owner->lastReconciledAt) < 0) {
         log::info("Watcher", "skip historical paste %s (mtime/ctime < folder lastReconciledAt %s)",
-                  lastPathComponent(path).c_str(),
-                  formatISO8601(*owner->lastReconciledAt).c_str());
+                  lastPathComponent(path).c_str(), formatISO8601(*owner->lastReconciledAt).c_str());
         return;
       }
     }
@@ -66,10 +65,7 @@ void AppCoordinator::importFile(const std::string& path, library::ImportSourceTy
             queue_->enqueue(*result);
           }
         }
-        if (result) {
-        } else {
-          lastError_ = "Import failed: " + result.error().errorDescription();
-        }
+        if (!result) lastError_ = "Import failed: " + result.error().errorDescription();
         done(std::move(result));
         importFinished();
       });

@@ -4,11 +4,13 @@
 // creator keeps every referenced object alive longer than the coordinator.
 #pragma once
 
+#include <functional>
 #include <string>
 
 #include "library/markup_edit_cleaner.h"
 #include "platform/clock.h"
 #include "platform/file_system.h"
+#include "platform/folder_watch.h"
 #include "platform/image_codec.h"
 #include "platform/mount_table_watch.h"
 #include "platform/ocr_engine.h"
@@ -43,6 +45,11 @@ struct AppEnvironment {
   library::MarkupEditCleaner& markupEdits;
   // Null where mount changes cannot be watched; the health probe still runs.
   MountTableWatch* mountWatch = nullptr;
+  // Null where folders are not watched (commands that only touch the store).
+  FolderWatch* folderWatch = nullptr;
+  // Reads an environment variable (HOME and the screenshot tools' own);
+  // null when unset.
+  std::function<const char*(const char*)> getenv = nullptr;
   std::string supportFolder;       // holds the store and the user defaults
   std::string defaultLibraryRoot;  // the library root when none is chosen
   ProcessingPlatform* processing = nullptr;

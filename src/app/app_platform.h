@@ -14,6 +14,7 @@
 #include "platform/clock.h"
 #include "platform/control_channel.h"
 #include "platform/file_system.h"
+#include "platform/folder_watch.h"
 #include "platform/image_codec.h"
 #include "platform/log.h"
 #include "platform/main_loop.h"
@@ -37,6 +38,8 @@ struct AppPlatform {
   StopSignals& stopSignals;
   std::function<std::unique_ptr<ControlChannelServer>()> makeControlServer;
   std::function<std::unique_ptr<MountTableWatch>()> makeMountWatch;
+  // The file events of watched folders, on the main loop.
+  std::function<std::unique_ptr<FolderWatch>()> makeFolderWatch = nullptr;
   // The log file of a library and the classifier's trail beside it.
   std::function<std::shared_ptr<log::LogSink>(const std::string& logPath,
                                               const std::string& classifyPath)>

@@ -59,9 +59,17 @@ class CoordinatorTest : public ::testing::Test {
   }
   library::ModelContext& context() { return container_->mainContext(); }
   AppEnvironment env() {
-    return AppEnvironment{fs_,       codec_,    clock_,    clock_,       main_,
-                          background_, defaults_, noEdits_, &mountWatch_, "/support",
-                          kDefaultRoot};
+    return AppEnvironment{.fileSystem = fs_,
+                          .imageCodec = codec_,
+                          .clock = clock_,
+                          .timers = clock_,
+                          .mainLoop = main_,
+                          .background = background_,
+                          .userDefaults = defaults_,
+                          .markupEdits = noEdits_,
+                          .mountWatch = &mountWatch_,
+                          .supportFolder = "/support",
+                          .defaultLibraryRoot = kDefaultRoot};
   }
   AppServiceFactories services() {
     AppServiceFactories f;

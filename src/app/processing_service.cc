@@ -1,6 +1,7 @@
 #include "app/processing_service.h"
 
 #include "app/app_coordinator.h"
+#include "app/watcher_service.h"
 #include "intelligence/classification_service.h"
 #include "intelligence/custom_category_matcher.h"
 #include "intelligence/hashed_ngram_embedder.h"
@@ -126,6 +127,7 @@ std::unique_ptr<ProcessingQueueService> makeProcessingService(
 AppServiceFactories defaultServiceFactories() {
   AppServiceFactories factories;
   factories.makeProcessingQueue = makeProcessingServiceFactory();
+  factories.makeWatcher = makeWatcherServiceFactory();
   return factories;
 }
 

@@ -40,15 +40,14 @@ int RunDaemon(CliSession& session, bool quiet) {
   // Two daemons must never drive one library: the lock lives beside the store.
   auto& locks = platform.processLocks;
   const int pid = platform.processID;
-  auto lock = locks.tryLock(app::daemonLockPath(paths.supportFolder),
-                            app::encodeDaemonHolder({pid, ""}));
+  auto lock =
+      locks.tryLock(app::daemonLockPath(paths.supportFolder), app::encodeDaemonHolder({pid, ""}));
   if (!lock) {
     if (lock.error().code() == Status::Code::kAlreadyExists) {
       auto holder = app::decodeDaemonHolder(lock.error().message());
       std::cerr << "klipora: another `klipora run`"
                 << (holder ? " (pid " + std::to_string(holder->pid) + ")" : std::string())
-                << " is already running on the library at " << *storePath
-                << "; stop it first.\n";
+                << " is already running on the library at " << *storePath << "; stop it first.\n";
     } else {
       std::cerr << "klipora: cannot take the daemon lock: " << lock.error().message() << "\n";
     }
@@ -74,6 +73,7 @@ int RunDaemon(CliSession& session, bool quiet) {
   library::NoMarkupEdits markupEdits;  // until the markup module provides its cleaner
   auto mountWatch = platform.makeMountWatch();
   auto server = platform.makeControlServer();
+  auto folderWatch = platform.makeFolderWatch ? platform.makeFolderWatch() : nullptr;
   app::ProcessingPlatform processing{
       .ocrEngines = platform.ocrEngines,
       .recognition = platform.recognition,
@@ -89,15 +89,17 @@ int RunDaemon(CliSession& session, bool quiet) {
       .userDefaults = defaults,
       .markupEdits = markupEdits,
       .mountWatch = mountWatch.get(),
+      .folderWatch = folderWatch.get(),
+      .getenv = platform.getenv,
       .supportFolder = paths.supportFolder,
       .defaultLibraryRoot = paths.defaultLibraryRoot,
       .processing = &processing,
   };
   const char* runtimeDir = platform.getenv("XDG_RUNTIME_DIR");
-  app::Daemon daemon(env, (*container)->mainContext(), *server,
-                     {.storePath = *storePath, .pid = pid,
-                      .runtimeDir = runtimeDir ? runtimeDir : ""},
-                     app::defaultServiceFactories());
+  app::Daemon daemon(
+      env, (*container)->mainContext(), *server,
+      {.storePath = *storePath, .pid = pid, .runtimeDir = runtimeDir ? runtimeDir : ""},
+      app::defaultServiceFactories());
 
   log::info("Boot", "AppDelegate: calling appCoordinator.start() (modelContext present=YES)");
   Status started = daemon.start();
