@@ -11,6 +11,7 @@
 #include "app/app_platform.h"
 #include "cli/cli_session.h"
 #include "cli/command_registry.h"
+#include "platform/linux/inotify_folder_watch.h"
 #include "platform/linux/linux_platform.h"
 #include "platform/linux/log_sinks.h"
 #include "platform/linux/proc_mount_info_watch.h"
@@ -41,6 +42,9 @@ int main(int argc, char** argv) {
       },
       .makeMountWatch = [&linux]() -> std::unique_ptr<MountTableWatch> {
         return std::make_unique<ProcMountInfoWatch>(linux.mainLoop);
+      },
+      .makeFolderWatch = [&linux]() -> std::unique_ptr<FolderWatch> {
+        return std::make_unique<InotifyFolderWatch>(linux.mainLoop.context());
       },
       .makeFileLogSink = [](const std::string& logPath,
                             const std::string& classifyPath) -> std::shared_ptr<log::LogSink> {

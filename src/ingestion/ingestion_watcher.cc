@@ -63,7 +63,7 @@ void IngestionWatcher::reloadFolders(std::vector<WatchedFolderSnapshot> folders)
       await(folder.path);
     }
   }
-  log::info(kArea, "watching %zu folder(s), %zu awaited", watches_.size(), awaited_.size());
+  log::info(kArea, "watching %zu folder(s), %zu awaited", watchedFolders().size(), awaited_.size());
 }
 
 void IngestionWatcher::stopAll() {

@@ -4,7 +4,6 @@
 
 #include "platform/linux/asio_stop_signals.h"
 #include "platform/linux/flock_process_locks.h"
-#include "platform/linux/inotify_folder_watch.h"
 #include "platform/linux/main_loop.h"
 #include "platform/linux/posix_file_system.h"
 #include "platform/linux/tesseract_ocr_engine.h"
@@ -18,7 +17,6 @@ struct LinuxPlatform {
   VipsImageCodec imageCodec;
   SystemClock clock;
   AsioMainLoop mainLoop;
-  InotifyFolderWatch folderWatch{mainLoop.context()};
   // Background work: two threads, one per core of the machines we aim at.
   ThreadPoolExecutor background{2};
   // Text recognition: one thread per engine of the recognition service.
