@@ -10,8 +10,12 @@ using library::LibraryRootResolution;
 
 AppCoordinator::AppCoordinator(AppEnvironment env, library::ModelContext* context,
                                AppServiceFactories factories)
-    : env_(std::move(env)), context_(context), factories_(std::move(factories)) {
-  if (context_) saver_ = std::make_unique<processing::ProcessingSaveCoalescer>(*context_, env_.timers);
+    : env_(std::move(env)),
+      context_(context),
+      factories_(std::move(factories)),
+      pause_(env_.userDefaults, env_.clock, &env_.timers) {
+  if (context_)
+    saver_ = std::make_unique<processing::ProcessingSaveCoalescer>(*context_, env_.timers);
 }
 
 AppCoordinator::~AppCoordinator() { stop(); }
@@ -42,6 +46,7 @@ void AppCoordinator::start() {
   createServices();
   started_ = true;
 
+  pause_.load();
   if (factories_.makeWatcher) {
     watcher_ = factories_.makeWatcher(*this);
   } else {
@@ -83,9 +88,8 @@ void AppCoordinator::createServices() {
   if (!context_) return;
   itemStore_ = std::make_unique<library::ScreenshotItemStore>(context_);
   claims_ = std::make_unique<ingestion::ImportChecksumClaims>(*itemStore_);
-  pipeline_ = std::make_unique<ingestion::ImportPipeline>(*storage_, *context_, *saver_, *claims_,
-                                                          env_.clock, env_.mainLoop,
-                                                          env_.background);
+  pipeline_ = std::make_unique<ingestion::ImportPipeline>(
+      *storage_, *context_, *saver_, *claims_, env_.clock, env_.mainLoop, env_.background);
   retention_ = std::make_unique<library::TrashRetentionService>(
       *context_, [this] { return storageIfReady(); }, env_.markupEdits, env_.clock, env_.timers);
 }

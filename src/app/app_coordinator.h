@@ -21,6 +21,7 @@
 #include "app/app_environment.h"
 #include "app/app_services.h"
 #include "ingestion/import_pipeline.h"
+#include "ingestion/watcher_pause_schedule.h"
 #include "library/app_settings.h"
 #include "library/library_root.h"
 #include "library/model_context.h"
@@ -85,6 +86,7 @@ class AppCoordinator {
   library::TrashRetentionService* trashRetention() { return retention_.get(); }
   ProcessingQueueService* processingQueue() { return queue_.get(); }
   IngestionWatcherService* watcher() { return watcher_.get(); }
+  ingestion::WatcherPauseSchedule& pauseSchedule() { return pause_; }
   const AppEnvironment& environment() const { return env_; }
   const std::optional<library::LibraryFallbackNotice>& fallbackNotice() const {
     return fallbackNotice_;
@@ -116,6 +118,7 @@ class AppCoordinator {
   std::unique_ptr<ingestion::ImportChecksumClaims> claims_;
   std::unique_ptr<ingestion::ImportPipeline> pipeline_;
   std::unique_ptr<library::TrashRetentionService> retention_;
+  ingestion::WatcherPauseSchedule pause_;
   std::unique_ptr<IngestionWatcherService> watcher_;
   std::unique_ptr<ProcessingQueueService> queue_;
   std::unique_ptr<BulkImportService> bulkImport_;

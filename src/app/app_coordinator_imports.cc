@@ -12,6 +12,11 @@ void AppCoordinator::handleNewScreenshot(const std::string& path,
                                          std::optional<std::string> appBundleID,
                                          std::optional<std::string> appName) {
   if (!context_) return;
+  if (pause_.isPaused()) {
+    log::info("Watcher", "skip %s — global pause active (%s)", lastPathComponent(path).c_str(),
+              pause_.statusDescription().value_or("").c_str());
+    return;
+  }
   // A file older than its folder's last sweep was pasted or restored, not
   // captured; the sweep owns it.
   auto folders = context_->fetch<library::WatchedFolder>();

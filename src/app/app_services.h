@@ -47,6 +47,9 @@ class IngestionWatcherService {
   virtual void reloadFolders() = 0;
   // Closes every folder source and stops the event stream.
   virtual void stopAll() = 0;
+  // Folders watched now, and watched folders waiting to appear.
+  virtual std::vector<std::string> watchedFolders() const { return {}; }
+  virtual std::vector<std::string> awaitedFolders() const { return {}; }
 };
 
 class BulkImportService {

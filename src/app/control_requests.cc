@@ -87,6 +87,7 @@ void ControlRequestHandler::handle(const Json& request, Reply reply) {
   if (command == "retry") return reply(retry(request));
   if (command == "reprocess") return reply(reprocess(request));
   if (command == "wait") return wait(request, std::move(reply));
+  if (command == "pause" || command == "resume") return reply(pause(command, request));
   for (const char* later : kLaterCommands) {
     if (command == later) return reply(errorReply(command + " is not available in this build"));
   }
@@ -133,6 +134,10 @@ Json ControlRequestHandler::status() {
     daemon["paused"] = c->servicesPaused();
     daemon["processingQueue"] = c->processingQueue() != nullptr;
     daemon["watching"] = c->watcher() != nullptr && c->watcher()->isWatching();
+    if (auto* watcher = c->watcher()) {
+      daemon["folders"] = {{"watched", watcher->watchedFolders()},
+                           {"awaited", watcher->awaitedFolders()}};
+    }
     if (auto* queue = c->processingQueue()) {
       auto q = queue->status();
       daemon["queue"] = {
@@ -144,8 +149,12 @@ Json ControlRequestHandler::status() {
           {"retryPassRunning", q.retryPassRunning}};
     }
   }
+  ingestion::WatcherPauseSchedule ownPause(target_.userDefaults, target_.clock, nullptr);
+  if (!target_.coordinator) ownPause.load();
+  auto& pause = target_.coordinator ? target_.coordinator->pauseSchedule() : ownPause;
   return {{"ok", true},
           {"daemon", std::move(daemon)},
+          {"pause", pause.statusDescription() ? Json(*pause.statusDescription()) : Json(nullptr)},
           {"library", std::move(library)},
           {"items",
            {{"total", *total},
@@ -156,7 +165,10 @@ Json ControlRequestHandler::status() {
 
 Json ControlRequestHandler::reload() {
   Status defaults = target_.userDefaults.load();
-  if (target_.coordinator) target_.coordinator->handleExternalStoreChanges();
+  if (target_.coordinator) {
+    target_.coordinator->pauseSchedule().load();
+    target_.coordinator->handleExternalStoreChanges();
+  }
   if (!defaults.ok()) return errorReply(defaults.message());
   return {{"ok", true}};
 }

@@ -14,6 +14,9 @@
 //   reprocess  all|category|failed  back to pending; the daemon queues them
 //   wait  ids [timeoutSeconds]      daemon only: answers once every item has
 //                                   finished processing (or the time is up)
+//   pause  until                    pauses the import of new screenshots:
+//                                   "indefinitely", "tomorrow" or seconds
+//   resume                          ends the pause
 //
 // Thread rules: main thread (it uses the main context).
 #pragma once
@@ -70,6 +73,7 @@ class ControlRequestHandler {
   Json retry(const Json& request);
   Json reprocess(const Json& request);
   void wait(const Json& request, Reply reply);
+  Json pause(const std::string& command, const Json& request);
   library::StorageService* storage();
   static Result<std::vector<UUID>> idsOf(const std::string& command, const Json& request);
 

@@ -43,6 +43,8 @@ class WatcherService final : public IngestionWatcherService {
     watcher_.reloadFolders(std::move(folders));
   }
   void stopAll() override { watcher_.stopAll(); }
+  std::vector<std::string> watchedFolders() const override { return watcher_.watchedFolders(); }
+  std::vector<std::string> awaitedFolders() const override { return watcher_.awaitedFolders(); }
 
  private:
   void addScreenshotFoldersOnFirstStart() {
