@@ -28,6 +28,7 @@
 #include "pipeline_tools.h"
 #include "platform/linux/linux_platform.h"
 #include "platform/linux/log_sinks.h"
+#include "platform/linux/malloc_tuning.h"
 #include "processing/ocr_service.h"
 #include "queue_overhead.h"
 
@@ -416,4 +417,7 @@ int Run(int argc, char** argv) {
 }  // namespace
 }  // namespace klipora::bench
 
-int main(int argc, char** argv) { return klipora::bench::Run(argc, argv); }
+int main(int argc, char** argv) {
+  klipora::limitMallocArenas();  // as the daemon does
+  return klipora::bench::Run(argc, argv);
+}

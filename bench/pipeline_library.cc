@@ -75,6 +75,7 @@ Status BenchLibrary::open() {
       .ocrEngines = *engines_,
       .recognition = platform_.recognition,
       .labels = platform_.labels,
+      .freshRecognition = &platform_.freshRecognition,
   });
   app::AppEnvironment env{
       .fileSystem = fs,

@@ -42,8 +42,7 @@ void AppCoordinator::applySettings(const library::AppSettings& settings, bool at
   std::optional<library::AppSettings> before = applied_;
   applied_ = settings;
   if (pipeline_) pipeline_->setDeleteOriginalAfterImport(settings.deleteOriginalAfterImport);
-  bool importChanged =
-      !before || before->automaticImportEnabled != settings.automaticImportEnabled;
+  bool importChanged = !before || before->automaticImportEnabled != settings.automaticImportEnabled;
   if (atStart || importChanged) {
     log::info("Boot", "loadPreferences: automaticImportEnabled=%s",
               log::yesNo(settings.automaticImportEnabled));
@@ -76,14 +75,22 @@ void AppCoordinator::enableAutomaticImport(bool advanceCutoff) {
 
 void AppCoordinator::handleExternalStoreChanges() {
   if (!context_ || !started_) return;
-  if (auto settings = currentSettings()) applySettings(*settings, /*atStart=*/false);
+  if (auto settings = currentSettings()) {
+    const bool wasWatching = applied_ && applied_->automaticImportEnabled;
+    applySettings(*settings, /*atStart=*/false);
+    // The watched folders may have changed (`klipora folders`); the same set
+    // costs nothing to reload. Switching import on has reloaded them already.
+    if (wasWatching && settings->automaticImportEnabled && watcher_ && !servicesPaused_) {
+      watcher_->reloadFolders();
+    }
+  }
   if (!queue_) return;
   for (const UUID& id : queue_->queuedItemIDs()) {
     auto item = context_->fetchByKey<library::ScreenshotItem>(id.uuidString());
     if (!item) continue;  // unreadable now; the queue will find out itself
     if (!*item || (*item)->isTrashed()) {
-      log::info("Processing", "dropping %s from the queue: %s elsewhere",
-                id.uuidString().c_str(), *item ? "trashed" : "deleted");
+      log::info("Processing", "dropping %s from the queue: %s elsewhere", id.uuidString().c_str(),
+                *item ? "trashed" : "deleted");
       queue_->remove(id);
     }
   }

@@ -29,6 +29,9 @@ struct ProcessingPlatform {
   OcrEngineFactory& ocrEngines;
   Executor& recognition;  // at least two threads, one per engine
   Executor& labels;       // one thread
+  // One thread with an engine of its own for the priority lane, so a
+  // screenshot just taken is read at once; null: it shares `recognition`.
+  Executor* freshRecognition = nullptr;
   // Null: the built-in hashed n-gram embedder and no language model.
   TextEmbedder* embedder = nullptr;
   intelligence::ModelArbiter* arbiter = nullptr;

@@ -30,8 +30,9 @@ struct AppPlatform {
   Clock& clock;
   MainLoop& mainLoop;
   Executor& background;
-  Executor& recognition;  // one thread per recognition engine
-  Executor& labels;       // one serial thread
+  Executor& recognition;       // one thread per recognition engine
+  Executor& freshRecognition;  // one thread for screenshots just taken
+  Executor& labels;            // one serial thread
   OcrEngineFactory& ocrEngines;
   ProcessLocks& processLocks;
   ControlChannelClient& controlClient;

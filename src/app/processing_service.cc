@@ -24,12 +24,16 @@ class ProcessingService final : public ProcessingQueueService {
         workers_(env.background) {
     processing::OCRServiceConfig ocrConfig;
     ocrConfig.languages = processing::recognitionLanguages(env_.userDefaults);
+    if (platform.freshRecognition) {
+      fresh_ = std::make_unique<processing::TrackedExecutor>(*platform.freshRecognition);
+      ++ocrConfig.engineCount;  // the fresh screenshots' own engine
+    }
     ocr_ = std::make_unique<processing::OCRService>(platform.ocrEngines, env_.imageCodec,
                                                     env_.clock, ocrConfig);
     labeler_ = intelligence::makeDefaultClassificationService(env_.fileSystem, env_.imageCodec);
     analyses_ = std::make_unique<processing::ImageAnalyses>(
         env_.fileSystem, env_.imageCodec, *ocr_, *labeler_,
-        processing::ImageAnalysesThreads{recognition_, labels_, workers_});
+        processing::ImageAnalysesThreads{recognition_, labels_, workers_, fresh_.get()});
     if (!platform.arbiter) ownArbiter_ = intelligence::makeUnavailableModelArbiter();
     if (!platform.embedder) ownEmbedder_ = intelligence::makeHashedNgramEmbedder();
     custom_ = intelligence::makeNoCustomCategoryMatcher();
@@ -55,6 +59,7 @@ class ProcessingService final : public ProcessingQueueService {
     queue_->stop();
     ocr_->stopKeepWarm();
     recognition_.waitIdle();
+    if (fresh_) fresh_->waitIdle();
     labels_.waitIdle();
     workers_.waitIdle();
   }
@@ -91,6 +96,7 @@ class ProcessingService final : public ProcessingQueueService {
   processing::TrackedExecutor recognition_;
   processing::TrackedExecutor labels_;
   processing::TrackedExecutor workers_;
+  std::unique_ptr<processing::TrackedExecutor> fresh_;
   std::unique_ptr<processing::OCRService> ocr_;
   std::unique_ptr<intelligence::ClassificationService> labeler_;
   std::unique_ptr<processing::ImageAnalyses> analyses_;

@@ -14,10 +14,12 @@
 #include "platform/linux/inotify_folder_watch.h"
 #include "platform/linux/linux_platform.h"
 #include "platform/linux/log_sinks.h"
+#include "platform/linux/malloc_tuning.h"
 #include "platform/linux/proc_mount_info_watch.h"
 
 int main(int argc, char** argv) {
   using namespace klipora;
+  limitMallocArenas();
   // Lines reach a pipe as they are written, so a killed command has printed
   // everything it finished.
   std::cout.setf(std::ios::unitbuf);
@@ -32,6 +34,7 @@ int main(int argc, char** argv) {
       .mainLoop = linux.mainLoop,
       .background = linux.background,
       .recognition = linux.recognition,
+      .freshRecognition = linux.freshRecognition,
       .labels = linux.labels,
       .ocrEngines = linux.ocrEngines,
       .processLocks = linux.processLocks,

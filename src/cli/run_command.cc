@@ -78,6 +78,7 @@ int RunDaemon(CliSession& session, bool quiet) {
       .ocrEngines = platform.ocrEngines,
       .recognition = platform.recognition,
       .labels = platform.labels,
+      .freshRecognition = &platform.freshRecognition,
   };
   app::AppEnvironment env{
       .fileSystem = fs,

@@ -46,8 +46,18 @@ int RunStatus(CliSession& session, bool json) {
       if (q.value("retryPassRunning", false)) std::cout << ", text retry pass running";
       std::cout << "\n";
     }
+    if (daemon.contains("folders")) {
+      const auto& f = daemon["folders"];
+      std::cout << "Watching: " << f["watched"].size() << " folder(s)";
+      if (!f["awaited"].empty()) std::cout << ", " << f["awaited"].size() << " not there yet";
+      if (!daemon.value("watching", false)) std::cout << " (automatic import is off)";
+      std::cout << "\n";
+    }
   } else {
     std::cout << "Daemon: not running\n";
+  }
+  if (reply["pause"].is_string()) {
+    std::cout << "New screenshots: " << reply["pause"].get<std::string>() << "\n";
   }
   const auto& library = reply["library"];
   std::cout << "Library: " << library.value("root", "") << "\n";

@@ -54,6 +54,7 @@ IngestionWatcher::~IngestionWatcher() {
 }
 
 void IngestionWatcher::reloadFolders(std::vector<WatchedFolderSnapshot> folders) {
+  if (!folders.empty() && folders == folders_) return;  // what runs is what is asked for
   stopAll();
   folders_ = std::move(folders);
   for (const auto& folder : folders_) {

@@ -48,6 +48,8 @@ struct WatchedFolderSnapshot {
   std::string path;
   bool isDefault = false;  // a screenshot folder of this system, not one the user added
   bool includeSubfolders = false;
+
+  bool operator==(const WatchedFolderSnapshot&) const = default;
 };
 
 // Paths in insertion order, at most `capacity`; the oldest go first.

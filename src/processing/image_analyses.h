@@ -21,6 +21,9 @@ struct ImageAnalysesThreads {
   Executor& recognition;  // at least as many threads as recognition engines
   Executor& labels;       // one thread: a labeler need not be re-entrant
   Executor& workers;
+  // Recognition for items of the priority lane (ItemData::fresh); null: they
+  // share `recognition`.
+  Executor* freshRecognition = nullptr;
 };
 
 class ImageAnalyses final : public ItemAnalyses {

@@ -26,12 +26,17 @@ namespace klipora::processing {
 struct ItemData {
   UUID id;
   std::string libraryPath;  // absolute path of the library copy
+  // Its thumbnail, when made: a small JPEG, far cheaper to decode than the
+  // copy for what needs only a rough look.
+  std::optional<std::string> thumbnailPath;
   std::string originalFilename;
   std::optional<std::string> sourceAppBundleID;
   std::optional<std::string> sourceAppName;
   library::ImportSourceType importSource = library::ImportSourceType::manualImport;
   std::string checksum;
   Date capturedOrImportedAt;
+  // Run in the priority lane: a screenshot just taken, or a retry.
+  bool fresh = false;
 };
 
 struct OCROutcome {

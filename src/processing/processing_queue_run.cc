@@ -109,12 +109,14 @@ void ProcessingQueue::processItemCore(std::shared_ptr<Run> run) {
   run->data = ItemData{
       .id = item->id,
       .libraryPath = item->libraryPath,
+      .thumbnailPath = item->thumbnailPath,
       .originalFilename = item->originalFilename,
       .sourceAppBundleID = item->sourceAppBundleID,
       .sourceAppName = item->sourceAppName,
       .importSource = item->importSource,
       .checksum = item->checksum,
       .capturedOrImportedAt = item->capturedAt.value_or(item->importedAt),
+      .fresh = run->priority,
   };
   run->hasCustomCategory = item->customCategoryID.has_value();
   startPhase1(std::move(run));

@@ -21,6 +21,9 @@ struct LinuxPlatform {
   ThreadPoolExecutor background{2};
   // Text recognition: one thread per engine of the recognition service.
   ThreadPoolExecutor recognition{2};
+  // Text recognition of screenshots just taken: one thread, with an engine of
+  // its own, so that they never wait behind a bulk import.
+  ThreadPoolExecutor freshRecognition{1};
   // Image labels: one serial thread.
   ThreadPoolExecutor labels{1};
   TesseractOcrEngineFactory ocrEngines;
