@@ -7,6 +7,7 @@
 
 #include "cli/cli_session.h"
 #include "cli/command_registry.h"
+#include "cli/daemon_client.h"
 #include "library/record_json.h"
 #include "library/records.h"
 
@@ -23,11 +24,14 @@ std::vector<std::shared_ptr<WatchedFolder>> Folders(CliSession& session) {
   return std::move(*rows);
 }
 
+// Saves the rows; a running daemon is told at once, so the folders it
+// watches are the new set when the command returns.
 int Save(CliSession& session) {
   if (Status s = session.context().save(); !s.ok()) {
     std::cerr << "klipora: could not save the watched folders: " << s.message() << "\n";
     return kExitFailure;
   }
+  if (runningDaemon(session)) (void)runLibraryRequest(session, app::makeRequest("reload"), 10);
   return kExitOk;
 }
 

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -26,6 +27,11 @@ class DaemonProcess {
       int err = ::open((home + ".daemon.stderr").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
       ::dup2(err, STDERR_FILENO);
       ::setenv("XDG_RUNTIME_DIR", runtimeDir.c_str(), 1);
+      // A user of its own, so its first start never watches the real one's
+      // screenshot folders.
+      const std::string user = home + ".user";
+      ::mkdir(user.c_str(), 0700);
+      ::setenv("HOME", user.c_str(), 1);
       ::execl(KLIPORA_BINARY, KLIPORA_BINARY, "--home", home.c_str(), "run", nullptr);
       ::_exit(127);
     }
