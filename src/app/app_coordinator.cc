@@ -90,6 +90,7 @@ void AppCoordinator::createServices() {
   claims_ = std::make_unique<ingestion::ImportChecksumClaims>(*itemStore_);
   pipeline_ = std::make_unique<ingestion::ImportPipeline>(
       *storage_, *context_, *saver_, *claims_, env_.clock, env_.mainLoop, env_.background);
+  if (env_.processing) pipeline_->setFreshWorker(env_.processing->freshRecognition);
   retention_ = std::make_unique<library::TrashRetentionService>(
       *context_, [this] { return storageIfReady(); }, env_.markupEdits, env_.clock, env_.timers);
 }

@@ -42,6 +42,11 @@ ImportPipeline::ImportPipeline(library::StorageService& storage, library::ModelC
       mainLoop_(mainLoop),
       background_(background) {}
 
+Executor& ImportPipeline::workerFor(const Job& job) {
+  return job.source == library::ImportSourceType::automaticWatch && freshWorker_ ? *freshWorker_
+                                                                                 : background_;
+}
+
 void ImportPipeline::importScreenshot(const std::string& path, library::ImportSourceType source,
                                       std::optional<std::string> sourceAppBundleID,
                                       std::optional<std::string> sourceAppName, Completion done) {
@@ -57,7 +62,7 @@ void ImportPipeline::importScreenshot(const std::string& path, library::ImportSo
     fail(job, ImportError::unsupportedFileType(extension), false);
     return;
   }
-  background_.post([this, job] { readAndHash(job); });
+  workerFor(*job).post([this, job] { readAndHash(job); });
 }
 
 void ImportPipeline::readAndHash(std::shared_ptr<Job> job) {
@@ -87,7 +92,7 @@ void ImportPipeline::claimOnMain(std::shared_ptr<Job> job) {
     job->done(tl::unexpected(ImportError::duplicateScreenshot()));
     return;
   }
-  background_.post([this, job] { copyIn(job); });
+  workerFor(*job).post([this, job] { copyIn(job); });
 }
 
 void ImportPipeline::copyIn(std::shared_ptr<Job> job) {

@@ -21,8 +21,8 @@
 #include "library/enums.h"
 #include "library/model_context.h"
 #include "library/storage_service.h"
-#include "processing/processing_save_coalescer.h"
 #include "platform/clock.h"
+#include "processing/processing_save_coalescer.h"
 
 namespace klipora::ingestion {
 
@@ -37,6 +37,9 @@ class ImportPipeline {
   // Deletes the source after import, for automatically detected screenshots
   // only (never for bulk or manual imports). Mirrors the setting.
   void setDeleteOriginalAfterImport(bool value) { deleteOriginalAfterImport_ = value; }
+  // Where the file work of screenshots just taken (automaticWatch) runs, so
+  // that they never wait behind a bulk import; null: with the rest.
+  void setFreshWorker(Executor* worker) { freshWorker_ = worker; }
 
   void importScreenshot(const std::string& path, library::ImportSourceType source,
                         std::optional<std::string> sourceAppBundleID,
@@ -44,6 +47,7 @@ class ImportPipeline {
 
  private:
   struct Job;
+  Executor& workerFor(const Job& job);
   void readAndHash(std::shared_ptr<Job> job);
   void claimOnMain(std::shared_ptr<Job> job);
   void copyIn(std::shared_ptr<Job> job);
@@ -57,6 +61,7 @@ class ImportPipeline {
   Clock& clock_;
   Executor& mainLoop_;
   Executor& background_;
+  Executor* freshWorker_ = nullptr;
   bool deleteOriginalAfterImport_ = false;
 };
 
