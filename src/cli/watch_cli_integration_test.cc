@@ -7,8 +7,10 @@
 #include <poll.h>
 #include <sys/inotify.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -113,6 +115,66 @@ TEST_F(WatchCliTest, ImagesInAWatchedFolderAreImportedAndProcessedUnlessPaused) 
   save("last.png", "The end");
   ASSERT_TRUE(WaitUntil({home_}, [&] { return !itemFrom("last.png").empty(); }));
   EXPECT_TRUE(itemFrom("pipe.png").empty());
+  daemon.signal(SIGTERM);
+  EXPECT_EQ(daemon.wait(), 0);
+}
+
+// A virtual screen for a real screenshot tool; gone with the test.
+class VirtualScreen {
+ public:
+  VirtualScreen() {
+    for (display_ = 90; display_ < 120; ++display_) {
+      if (!fs::exists("/tmp/.X11-unix/X" + std::to_string(display_))) break;
+    }
+    pid_ = ::fork();
+    if (pid_ == 0) {
+      const std::string name = ":" + std::to_string(display_);
+      ::execlp("Xvfb", "Xvfb", name.c_str(), "-screen", "0", "1024x640x24", "-nolisten", "tcp",
+               nullptr);
+      ::_exit(127);
+    }
+  }
+  ~VirtualScreen() {
+    ::kill(pid_, SIGTERM);
+    ::waitpid(pid_, nullptr, 0);
+  }
+  bool ready() {
+    fs::create_directories("/tmp/.X11-unix");
+    return WaitUntil({"/tmp/.X11-unix"}, [&] { return fs::exists(socket()); });
+  }
+  std::string display() const { return ":" + std::to_string(display_); }
+
+ private:
+  std::string socket() const { return "/tmp/.X11-unix/X" + std::to_string(display_); }
+  int display_ = 90;
+  pid_t pid_ = -1;
+};
+
+TEST_F(WatchCliTest, AScreenshotTakenWithScrotInTheUsersScreenshotFolderIsImported) {
+  VirtualScreen screen;
+  ASSERT_TRUE(screen.ready()) << "Xvfb did not start (is the xvfb package installed?)";
+  DaemonProcess daemon(home_, runtime_);
+  ASSERT_TRUE(daemon.waitForOutput("Press Ctrl-C to stop.")) << daemon.errors();
+  // The tools make the folder on first use; the daemon watches for it.
+  const std::string folder = home_ + ".user/Pictures/Screenshots";
+  fs::create_directories(folder);
+  ASSERT_TRUE(WaitUntil({dir_.path()}, [&] {
+    return daemon.errors().find(folder + " appeared; watching it") != std::string::npos;
+  })) << daemon.errors();
+
+  // scrot's own name ("2026-11-24-101530_1024x640_scrot.png") in a screenshot
+  // folder is what makes it a screenshot.
+  const std::string command = "cd '" + folder + "' && DISPLAY=" + screen.display() + " scrot";
+  ASSERT_EQ(std::system(command.c_str()), 0) << "scrot failed (is the scrot package installed?)";
+  std::string id;
+  ASSERT_TRUE(WaitUntil({home_}, [&] {
+    json items = json::parse(klipora({"list", "--json"}).out, nullptr, false);
+    for (const auto& item : items.is_array() ? items : json::array()) {
+      if (item.value("originalFilename", "").ends_with("_1024x640_scrot.png")) id = item["id"];
+    }
+    return !id.empty();
+  })) << daemon.errors();
+  EXPECT_EQ(klipora({"wait", id}).exitCode, 0);
   daemon.signal(SIGTERM);
   EXPECT_EQ(daemon.wait(), 0);
 }

@@ -62,6 +62,29 @@ void ImportPipeline::importScreenshot(const std::string& path, library::ImportSo
     fail(job, ImportError::unsupportedFileType(extension), false);
     return;
   }
+  // A screenshot just taken starts at once; the files of a bulk import go a
+  // few at a time, so that memory holds only the files being copied, not
+  // every file asked for.
+  if (job->source == library::ImportSourceType::automaticWatch || bulkActive_ < kBulkInFlight) {
+    start(job);
+  } else {
+    bulkWaiting_.push_back(job);
+  }
+}
+
+void ImportPipeline::start(std::shared_ptr<Job> job) {
+  if (job->source != library::ImportSourceType::automaticWatch) {
+    ++bulkActive_;
+    job->done = [this, done = std::move(job->done)](ImportResult result) {
+      done(std::move(result));
+      --bulkActive_;
+      if (!bulkWaiting_.empty() && bulkActive_ < kBulkInFlight) {
+        auto next = std::move(bulkWaiting_.front());
+        bulkWaiting_.pop_front();
+        start(std::move(next));
+      }
+    };
+  }
   workerFor(*job).post([this, job] { readAndHash(job); });
 }
 

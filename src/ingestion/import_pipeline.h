@@ -12,6 +12,7 @@
 // executor. Several imports may run at once.
 #pragma once
 
+#include <deque>
 #include <functional>
 #include <optional>
 #include <string>
@@ -48,6 +49,7 @@ class ImportPipeline {
  private:
   struct Job;
   Executor& workerFor(const Job& job);
+  void start(std::shared_ptr<Job> job);
   void readAndHash(std::shared_ptr<Job> job);
   void claimOnMain(std::shared_ptr<Job> job);
   void copyIn(std::shared_ptr<Job> job);
@@ -62,6 +64,11 @@ class ImportPipeline {
   Executor& mainLoop_;
   Executor& background_;
   Executor* freshWorker_ = nullptr;
+  // Bulk imports reading or copying now, and those waiting for their turn
+  // (main thread).
+  static constexpr int kBulkInFlight = 4;
+  int bulkActive_ = 0;
+  std::deque<std::shared_ptr<Job>> bulkWaiting_;
   bool deleteOriginalAfterImport_ = false;
 };
 
