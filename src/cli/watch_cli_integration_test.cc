@@ -10,7 +10,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -29,16 +31,19 @@ using nlohmann::json;
 using testing::DaemonProcess;
 
 // Re-checks `done` whenever something changes in one of `folders`; false
-// after 60 s without it.
+// when 60 s pass without it.
 bool WaitUntil(const std::vector<std::string>& folders, const std::function<bool()>& done) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
   int watch = ::inotify_init1(IN_CLOEXEC);
   for (const auto& folder : folders) {
     ::inotify_add_watch(watch, folder.c_str(), IN_MODIFY | IN_CREATE | IN_MOVED_TO);
   }
   bool ok = done();
-  for (int rounds = 0; !ok && rounds < 10'000; ++rounds) {
+  while (!ok) {
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+        deadline - std::chrono::steady_clock::now());
     pollfd p{watch, POLLIN, 0};
-    if (::poll(&p, 1, 60'000) <= 0) break;
+    if (left.count() <= 0 || ::poll(&p, 1, static_cast<int>(left.count())) <= 0) break;
     char buf[4096];
     (void)::read(watch, buf, sizeof buf);
     ok = done();
@@ -119,40 +124,50 @@ TEST_F(WatchCliTest, ImagesInAWatchedFolderAreImportedAndProcessedUnlessPaused) 
   EXPECT_EQ(daemon.wait(), 0);
 }
 
-// A virtual screen for a real screenshot tool; gone with the test.
+// A virtual screen for a real screenshot tool; gone with the test. Xvfb
+// picks a free display itself and writes its number once it accepts clients.
 class VirtualScreen {
  public:
   VirtualScreen() {
-    for (display_ = 90; display_ < 120; ++display_) {
-      if (!fs::exists("/tmp/.X11-unix/X" + std::to_string(display_))) break;
-    }
+    int ready[2];
+    if (::pipe(ready) != 0) return;
     pid_ = ::fork();
     if (pid_ == 0) {
-      const std::string name = ":" + std::to_string(display_);
-      ::execlp("Xvfb", "Xvfb", name.c_str(), "-screen", "0", "1024x640x24", "-nolisten", "tcp",
-               nullptr);
+      ::close(ready[0]);
+      const std::string fd = std::to_string(ready[1]);
+      ::execlp("Xvfb", "Xvfb", "-displayfd", fd.c_str(), "-screen", "0", "1024x640x24", "-nolisten",
+               "tcp", nullptr);
       ::_exit(127);
     }
+    ::close(ready[1]);
+    pollfd p{ready[0], POLLIN, 0};
+    char number[16] = {};
+    if (::poll(&p, 1, 60'000) > 0 && ::read(ready[0], number, sizeof number - 1) > 0) {
+      display_ = ":" + std::string(number, std::strcspn(number, "\n"));
+    }
+    // Open while the server runs: it may write to it again, and a closed
+    // pipe stops it.
+    readyFd_ = ready[0];
   }
   ~VirtualScreen() {
-    ::kill(pid_, SIGTERM);
-    ::waitpid(pid_, nullptr, 0);
+    if (pid_ > 0) {
+      ::kill(pid_, SIGTERM);
+      ::waitpid(pid_, nullptr, 0);
+    }
+    if (readyFd_ >= 0) ::close(readyFd_);
   }
-  bool ready() {
-    fs::create_directories("/tmp/.X11-unix");
-    return WaitUntil({"/tmp/.X11-unix"}, [&] { return fs::exists(socket()); });
-  }
-  std::string display() const { return ":" + std::to_string(display_); }
+  // Empty when Xvfb did not start.
+  const std::string& display() const { return display_; }
 
  private:
-  std::string socket() const { return "/tmp/.X11-unix/X" + std::to_string(display_); }
-  int display_ = 90;
+  std::string display_;
   pid_t pid_ = -1;
+  int readyFd_ = -1;
 };
 
 TEST_F(WatchCliTest, AScreenshotTakenWithScrotInTheUsersScreenshotFolderIsImported) {
   VirtualScreen screen;
-  ASSERT_TRUE(screen.ready()) << "Xvfb did not start (is the xvfb package installed?)";
+  ASSERT_FALSE(screen.display().empty()) << "Xvfb did not start (is the xvfb package installed?)";
   DaemonProcess daemon(home_, runtime_);
   ASSERT_TRUE(daemon.waitForOutput("Press Ctrl-C to stop.")) << daemon.errors();
   // The tools make the folder on first use; the daemon watches for it.
@@ -164,7 +179,8 @@ TEST_F(WatchCliTest, AScreenshotTakenWithScrotInTheUsersScreenshotFolderIsImport
 
   // scrot's own name ("2026-11-24-101530_1024x640_scrot.png") in a screenshot
   // folder is what makes it a screenshot.
-  const std::string command = "cd '" + folder + "' && DISPLAY=" + screen.display() + " scrot";
+  const std::string command =
+      "cd '" + folder + "' && DISPLAY=" + screen.display() + " timeout 30 scrot";
   ASSERT_EQ(std::system(command.c_str()), 0) << "scrot failed (is the scrot package installed?)";
   std::string id;
   ASSERT_TRUE(WaitUntil({home_}, [&] {

@@ -285,35 +285,53 @@ void IngestionWatcher::watchTree(const std::string& folder, bool recursive) {
 
 void IngestionWatcher::await(const std::string& root) {
   awaited_.insert(root);
+  auto isFolder = [this](const std::string& path) {
+    return deps_.fileSystem.attributes(path).value_or(FileAttributes{}).isDirectory;
+  };
   // Watch the nearest part of the path that exists; each level that appears
-  // moves the watch one step closer.
-  std::string ancestor = deletingLastPathComponent(root);
-  while (!ancestor.empty() && ancestor != "/" &&
-         !deps_.fileSystem.attributes(ancestor).value_or(FileAttributes{}).isDirectory) {
-    ancestor = deletingLastPathComponent(ancestor);
+  // moves the watch one step closer. A level made before its parent's watch
+  // began sends no event, so the path is looked at again once it is placed.
+  for (int levels = 0; levels < 64; ++levels) {
+    if (isFolder(root)) {
+      rootAppeared(root);
+      return;
+    }
+    std::string ancestor = deletingLastPathComponent(root);
+    while (!ancestor.empty() && ancestor != "/" && !isFolder(ancestor)) {
+      ancestor = deletingLastPathComponent(ancestor);
+    }
+    if (ancestor.empty()) return;
+    if (!watches_.count(ancestor)) {
+      auto id = deps_.folderWatch.add(ancestor);
+      if (!id) {
+        log::warning(kArea, "cannot wait for %s to appear: %s", root.c_str(),
+                     id.error().message().c_str());
+        return;
+      }
+      watches_[ancestor] = *id;
+      log::info(kArea, "waiting for %s to appear", root.c_str());
+    }
+    std::string next = root;
+    while (deletingLastPathComponent(next) != ancestor) next = deletingLastPathComponent(next);
+    if (!isFolder(next)) return;
   }
-  if (ancestor.empty() || watches_.count(ancestor)) return;
-  auto id = deps_.folderWatch.add(ancestor);
-  if (!id) {
-    log::warning(kArea, "cannot wait for %s to appear: %s", root.c_str(),
-                 id.error().message().c_str());
-    return;
+}
+
+void IngestionWatcher::rootAppeared(const std::string& root) {
+  awaited_.erase(root);
+  bool recursive = false;
+  for (const auto& f : folders_) {
+    if (f.path == root) recursive = f.includeSubfolders;
   }
-  watches_[ancestor] = *id;
-  log::info(kArea, "waiting for %s to appear", root.c_str());
+  log::info(kArea, "%s appeared; watching it", root.c_str());
+  watchTree(root, recursive);
+  scanForFreshFiles(root, recursive);
 }
 
 void IngestionWatcher::folderAppeared(const std::string& folder) {
   for (const std::string& root : std::set<std::string>(awaited_)) {
     if (root == folder) {
-      const WatchedFolderSnapshot* snapshot = nullptr;
-      for (const auto& f : folders_) {
-        if (f.path == root) snapshot = &f;
-      }
-      const bool recursive = snapshot && snapshot->includeSubfolders;
-      log::info(kArea, "%s appeared; watching it", root.c_str());
-      watchTree(root, recursive);
-      scanForFreshFiles(root, recursive);
+      rootAppeared(root);
     } else if (IsUnder(root, folder)) {
       await(root);
     }

@@ -130,6 +130,7 @@ class IngestionWatcher {
   const WatchedFolderSnapshot* ownerOf(const std::string& path) const;
   void watchTree(const std::string& folder, bool recursive);
   void await(const std::string& root);
+  void rootAppeared(const std::string& root);
   void folderAppeared(const std::string& folder);
   void folderGone(const std::string& folder);
   // Looks at the files of a folder that are young enough to be new.

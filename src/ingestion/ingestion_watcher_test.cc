@@ -149,21 +149,24 @@ TEST_F(IngestionWatcherTest, OnlyNewScreenshotsPassTheFilters) {
 }
 
 TEST_F(IngestionWatcherTest, FoldersThatAppearGoAndComeBackAreWatched) {
-  (void)fs_.createDirectories("/home/u/Later");
+  (void)fs_.createDirectories("/home/u");
   watch({{UUID::Random(), "/home/u/Later/Shots", false, true}, Inbox(true)});
   EXPECT_EQ(watcher_.awaitedFolders(), std::vector<std::string>{"/home/u/Later/Shots"});
-  EXPECT_TRUE(folderWatch_.watches("/home/u/Later"));
+  EXPECT_TRUE(folderWatch_.watches("/home/u"));
 
-  // The folder appears with a file already in it.
+  // Both levels appear at once, with a file in the deeper one; only the
+  // first level is reported (the second was made before it was watched).
   fs_.addFile("/home/u/Later/Shots/first.png", Png(), clock_.now());
-  folderWatch_.send(Kind::created, "/home/u/Later/Shots", true);
+  folderWatch_.send(Kind::created, "/home/u/Later", true);
   EXPECT_TRUE(watcher_.awaitedFolders().empty());
   clock_.advance(2);
   EXPECT_EQ(handedOff_, std::vector<std::string>{"/home/u/Later/Shots/first.png"});
 
   // It goes away and comes back.
+  fs_.removeTree("/home/u/Later/Shots");
   folderWatch_.send(Kind::folderGone, "/home/u/Later/Shots");
   EXPECT_EQ(watcher_.awaitedFolders(), std::vector<std::string>{"/home/u/Later/Shots"});
+  (void)fs_.createDirectories("/home/u/Later/Shots");
   folderWatch_.send(Kind::created, "/home/u/Later/Shots", true);
   write("/home/u/Later/Shots/second.png", Png());
   clock_.advance(2);

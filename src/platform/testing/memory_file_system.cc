@@ -155,6 +155,13 @@ void MemoryFileSystem::addFile(const std::string& path, std::string data, Date b
   files_[path] = File{std::move(data), birth, birth, {}};
 }
 
+void MemoryFileSystem::removeTree(const std::string& path) {
+  std::lock_guard lock(mutex_);
+  auto inside = [&](const std::string& p) { return p == path || p.starts_with(path + "/"); };
+  std::erase_if(files_, [&](const auto& entry) { return inside(entry.first); });
+  std::erase_if(directories_, inside);
+}
+
 void MemoryFileSystem::setExtendedAttribute(const std::string& path, const std::string& name,
                                             std::string value) {
   std::lock_guard lock(mutex_);

@@ -42,6 +42,8 @@ class MemoryFileSystem final : public FileSystem {
   void addFile(const std::string& path, std::string data, Date birth = {});
   void setExtendedAttribute(const std::string& path, const std::string& name, std::string value);
   void setReadOnlyDirectory(const std::string& path, bool readOnly);
+  // Removes a folder with everything in it.
+  void removeTree(const std::string& path);
   void setCapacity(VolumeCapacity capacity) { capacity_ = capacity; }
   std::vector<std::string> filesUnder(const std::string& folder) const;
 
