@@ -75,14 +75,16 @@ void ImportPipeline::importScreenshot(const std::string& path, library::ImportSo
 void ImportPipeline::start(std::shared_ptr<Job> job) {
   if (job->source != library::ImportSourceType::automaticWatch) {
     ++bulkActive_;
+    // The next file starts before the caller hears of this one: the caller
+    // may end the import (and the pipeline with it) when it does.
     job->done = [this, done = std::move(job->done)](ImportResult result) {
-      done(std::move(result));
       --bulkActive_;
       if (!bulkWaiting_.empty() && bulkActive_ < kBulkInFlight) {
         auto next = std::move(bulkWaiting_.front());
         bulkWaiting_.pop_front();
         start(std::move(next));
       }
+      done(std::move(result));
     };
   }
   workerFor(*job).post([this, job] { readAndHash(job); });
