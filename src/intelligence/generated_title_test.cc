@@ -6,6 +6,8 @@
 #include <cstdlib>
 #include <ctime>
 
+#include "platform/testing/scoped_time_zone.h"
+
 namespace klipora::intelligence {
 namespace {
 
@@ -13,23 +15,7 @@ using C = library::ScreenshotCategory;
 
 class GeneratedTitleTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    const char* old = std::getenv("TZ");
-    hadTZ_ = old != nullptr;
-    oldTZ_ = old ? old : "";
-    setenv("TZ", "Europe/Berlin", 1);
-    tzset();
-  }
-  void TearDown() override {
-    if (hadTZ_) {
-      setenv("TZ", oldTZ_.c_str(), 1);
-    } else {
-      unsetenv("TZ");
-    }
-    tzset();
-  }
-  std::string oldTZ_;
-  bool hadTZ_ = false;
+  testing::ScopedTimeZone zone_{"Europe/Berlin"};
 };
 
 TEST_F(GeneratedTitleTest, ModelTitlesAreCleaned) {

@@ -5,29 +5,15 @@
 #include <cstdlib>
 #include <ctime>
 
+#include "platform/testing/scoped_time_zone.h"
+
 namespace klipora {
 namespace {
 
 // Calendar tests run in a zone with daylight saving, so DST edges are exercised.
 class DateTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    const char* old = std::getenv("TZ");
-    oldTZ_ = old ? old : "";
-    hadTZ_ = old != nullptr;
-    setenv("TZ", "Europe/Berlin", 1);
-    tzset();
-  }
-  void TearDown() override {
-    if (hadTZ_) {
-      setenv("TZ", oldTZ_.c_str(), 1);
-    } else {
-      unsetenv("TZ");
-    }
-    tzset();
-  }
-  std::string oldTZ_;
-  bool hadTZ_ = false;
+  testing::ScopedTimeZone zone_{"Europe/Berlin"};
 };
 
 TEST_F(DateTest, ISO8601RoundTripsAndAcceptsOffsetsAndFractions) {
