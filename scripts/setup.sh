@@ -11,6 +11,8 @@ packages=(
   libasio-dev libexpected-dev libcli11-dev libpcre2-dev
   libtesseract-dev tesseract-ocr tesseract-ocr-eng
   libcairo2-dev libpango1.0-dev fonts-dejavu-core
+  # colour emoji for the emoji stamps of markup
+  fonts-noto-color-emoji
   # tests and benchmarks
   libgtest-dev libgmock-dev libbenchmark-dev libvips-tools sqlite3 coreutils openssl
   # a real screenshot tool on a virtual screen, for the watcher's end-to-end test
