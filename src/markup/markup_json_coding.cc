@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <string_view>
 
 #include "library/record_json.h"
 
@@ -171,7 +172,11 @@ bool Decoder::read(const Json& j, const Path& p, Rect& out) {
       !read(j[1][1], Path{&size, nullptr, 1}, out.size.height)) {
     return false;
   }
-  return (out.size.width >= 0 && out.size.height >= 0) || fail(p, "negative width or height");
+  // A layer's frame may run left or up (a line or an arrow drawn from right to
+  // left keeps its direction that way); other rectangles may not.
+  bool frame = p.key != nullptr && std::string_view(p.key) == "frame";
+  return frame || (out.size.width >= 0 && out.size.height >= 0) ||
+         fail(p, "negative width or height");
 }
 
 bool Decoder::read(const Json& j, const Path& p, MarkupBackgroundFrame::Fill& out) {

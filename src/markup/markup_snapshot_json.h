@@ -13,9 +13,11 @@
 //
 // Decoding refuses (Corruption, naming the offending key): a missing required
 // key, a value of the wrong type, a rectangle or point of the wrong shape, a
-// negative size, a number that is not finite, an unknown enumeration case
-// (including a layer kind in `layerOrder`), two layers of one family with the
-// same id, and input larger than kMaxSnapshotBytes.
+// negative size (except in a layer's `frame`, which may run left or up: a
+// line or arrow goes from the frame's origin to its opposite corner), a
+// number that is not finite, an unknown enumeration case (including a layer
+// kind in `layerOrder`), two layers of one family with the same id, and input
+// larger than kMaxSnapshotBytes.
 // Pure functions, safe from any thread.
 #pragma once
 

@@ -196,6 +196,9 @@ TEST(MarkupSnapshotJsonTest, RefusesMalformedSnapshotsNamingTheProblem) {
   EXPECT_EQ(with("crop", R"({"rect": [[0, 0], [1, 2, 3]]})"),
             "crop.rect: expected a rectangle [[x, y], [width, height]]");
   EXPECT_EQ(with("crop", R"({"rect": [[0, 0], [-1, 2]]})"), "crop.rect: negative width or height");
+  // A layer's frame may run left or up: an arrow keeps its direction.
+  EXPECT_EQ(with("effects", R"([{"id": "33333333-3333-4333-8333-333333333333", "kind": "blackBar",
+                               "frame": [[10, 10], [-5, -5]], "intensity": 1}])"), "decoded");
   EXPECT_EQ(with("crop", R"({"rect": [[0, 0], [1, NaN]]})"), "not valid JSON");
   EXPECT_EQ(
       with("layerOrder", R"([{"kind": "sticker", "id": "E621E1F8-C36C-495A-93FC-0C247A3E6E5F"}])"),

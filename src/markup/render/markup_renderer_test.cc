@@ -330,6 +330,9 @@ TEST(MarkupArrowGeometryTest, ResolvesStylesAndShortensShafts) {
   EXPECT_TRUE(legacy.legacy);
   EXPECT_EQ(legacy.tip, (Point{110, 10}));
   EXPECT_EQ(legacy.tipDirection, (Point{1, 0}));
+  arrow.frame = Rect::make(110, 10, -100, 0);  // drawn right to left
+  EXPECT_EQ(MarkupArrowGeometry::resolve(arrow).tipDirection, (Point{-1, 0}));
+  arrow.frame = Rect::make(10, 10, 100, 0);
   auto shaft = MarkupArrowGeometry::truncatedLegacyShaft(legacy, 20);
   EXPECT_EQ(shaft.back(), (Point{90, 10}));
   arrow.arrowStyle = MarkupShape::ArrowStyle::elbow;
