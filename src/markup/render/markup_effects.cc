@@ -55,14 +55,7 @@ void AddSpotlightShape(cairo_t* cr, const MarkupSpotlightRegion& spotlight) {
     cairo_rectangle(cr, r.minX(), r.minY(), r.size.width, r.size.height);
     return;
   }
-  if (r.size.width <= 0 || r.size.height <= 0) return;
-  cairo_save(cr);
-  cairo_translate(cr, r.center().x, r.center().y);
-  cairo_scale(cr, r.size.width / 2, r.size.height / 2);
-  cairo_new_sub_path(cr);
-  cairo_arc(cr, 0, 0, 1, 0, 2 * M_PI);
-  cairo_close_path(cr);
-  cairo_restore(cr);
+  addEllipse(cr, r);
 }
 
 void AddBucketPath(cairo_t* cr, const SpotlightBucket& bucket, int width, int height) {
@@ -131,12 +124,7 @@ bool drawMagnifiers(MarkupImage& canvas, const std::vector<MarkupMagnifierRegion
         addRoundedRect(cr, r, std::min(10.0, std::min(r.size.width, r.size.height) * 0.08));
         return;
       }
-      cairo_save(cr);
-      cairo_translate(cr, r.center().x, r.center().y);
-      cairo_scale(cr, r.size.width / 2, r.size.height / 2);
-      cairo_new_sub_path(cr);
-      cairo_arc(cr, 0, 0, 1, 0, 2 * M_PI);
-      cairo_restore(cr);
+      addEllipse(cr, r);
     };
     cairo_save(cr);
     addShape(0);

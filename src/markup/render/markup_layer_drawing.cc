@@ -89,6 +89,18 @@ void addPolyline(cairo_t* cr, const std::vector<Point>& points) {
   for (size_t i = 1; i < points.size(); ++i) cairo_line_to(cr, points[i].x, points[i].y);
 }
 
+void addEllipse(cairo_t* cr, const Rect& rect) {
+  Rect r = standardized(rect);
+  if (r.size.width <= 0 || r.size.height <= 0) return;
+  cairo_save(cr);
+  cairo_translate(cr, r.center().x, r.center().y);
+  cairo_scale(cr, r.size.width / 2, r.size.height / 2);
+  cairo_new_sub_path(cr);
+  cairo_arc(cr, 0, 0, 1, 0, 2 * M_PI);
+  cairo_close_path(cr);
+  cairo_restore(cr);
+}
+
 void drawInkStroke(cairo_t* cr, const MarkupInkStroke& stroke) {
   if (stroke.points.empty()) return;
   cairo_save(cr);

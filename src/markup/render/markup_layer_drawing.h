@@ -26,6 +26,9 @@ Rect standardized(const Rect& rect);
 // Adds a rounded rectangle path; the radius is clamped to half the shorter side.
 void addRoundedRect(cairo_t* cr, const Rect& rect, double radius);
 void addPolyline(cairo_t* cr, const std::vector<Point>& points);
+// Adds the ellipse inscribed in `rect` as a closed sub-path; nothing when the
+// rectangle is empty.
+void addEllipse(cairo_t* cr, const Rect& rect);
 
 // Round caps and joins; a one-point stroke is a dot of its width. Markers
 // draw at alpha 0.85, highlighters at alpha 0.3 with the multiply blend.

@@ -217,12 +217,7 @@ void drawShape(cairo_t* cr, const MarkupShape& shape) {
       addRoundedRect(cr, inner, std::max(6.0, 3 * w));
       break;
     default:  // oval
-      if (inner.size.width <= 0 || inner.size.height <= 0) break;
-      cairo_save(cr);
-      cairo_translate(cr, inner.center().x, inner.center().y);
-      cairo_scale(cr, inner.size.width / 2, inner.size.height / 2);
-      cairo_arc(cr, 0, 0, 1, 0, 2 * M_PI);
-      cairo_restore(cr);
+      addEllipse(cr, inner);
       break;
   }
   if (shape.fillColor) {
