@@ -1,0 +1,36 @@
+// A small HTTP/1.1 client for the local model server: one request per
+// connection ("Connection: close"), plain http only, bodies by length, by
+// chunks or up to the end of the stream. Every wait is a poll on the socket
+// and on a wake-up descriptor, so a call ends at its deadline or as soon as
+// its CancelSignal fires, wherever it is.
+//
+// Thread rules: httpExchange may run on any thread, several at once.
+#pragma once
+
+#include <string>
+
+#include "platform/http_url.h"
+#include "platform/language_model.h"
+#include "platform/status.h"
+
+namespace klipora {
+
+struct HttpCall {
+  std::string method = "GET";
+  std::string path;  // appended to the URL's path
+  std::string body;  // sent as application/json when not empty
+  double timeoutSeconds = 0;  // 0: no limit but the cancel signal
+  CancelSignal* cancel = nullptr;
+};
+
+struct HttpResponse {
+  int status = 0;
+  std::string body;
+};
+
+// Unavailable when the server cannot be reached or drops the connection,
+// TimedOut past the deadline, Cancelled once the signal fires, Corruption
+// for a reply that is not HTTP, InvalidArgument for a reply over 32 MB.
+Result<HttpResponse> httpExchange(const HttpUrl& url, const HttpCall& call);
+
+}  // namespace klipora
