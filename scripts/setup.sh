@@ -13,6 +13,8 @@ packages=(
   libcairo2-dev libpango1.0-dev fonts-dejavu-core
   # colour emoji for the emoji stamps of markup
   fonts-noto-color-emoji
+  # nouns and adjectives of English, for the keywords of user categories
+  wordnet-base
   # tests and benchmarks
   libgtest-dev libgmock-dev libbenchmark-dev libvips-tools sqlite3 coreutils openssl
   # a real screenshot tool on a virtual screen, for the watcher's end-to-end test

@@ -85,6 +85,7 @@ void AppCoordinator::handleExternalStoreChanges() {
     }
   }
   if (!queue_) return;
+  queue_->libraryChangedElsewhere();
   for (const UUID& id : queue_->queuedItemIDs()) {
     auto item = context_->fetchByKey<library::ScreenshotItem>(id.uuidString());
     if (!item) continue;  // unreadable now; the queue will find out itself

@@ -12,6 +12,7 @@
 #include "platform/file_system.h"
 #include "platform/folder_watch.h"
 #include "platform/image_codec.h"
+#include "platform/language_model.h"
 #include "platform/mount_table_watch.h"
 #include "platform/ocr_engine.h"
 #include "platform/text_embedder.h"
@@ -32,9 +33,12 @@ struct ProcessingPlatform {
   // One thread with an engine of its own for the priority lane, so a
   // screenshot just taken is read at once; null: it shares `recognition`.
   Executor* freshRecognition = nullptr;
-  // Null: the built-in hashed n-gram embedder and no language model.
+  // Null: the built-in hashed n-gram embedder.
   TextEmbedder* embedder = nullptr;
+  // Null: the classifier over the model that makeLanguageModel makes, or no
+  // language model at all when that is empty too.
   intelligence::ModelArbiter* arbiter = nullptr;
+  LanguageModelFactory makeLanguageModel = nullptr;
 };
 
 struct AppEnvironment {

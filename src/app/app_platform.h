@@ -16,6 +16,8 @@
 #include "platform/file_system.h"
 #include "platform/folder_watch.h"
 #include "platform/image_codec.h"
+#include "platform/language_model.h"
+#include "platform/lexicon.h"
 #include "platform/log.h"
 #include "platform/main_loop.h"
 #include "platform/mount_table_watch.h"
@@ -48,6 +50,10 @@ struct AppPlatform {
   // `path` made absolute against the working directory (a path given on the
   // command line means the same to the daemon).
   std::function<std::string(const std::string& path)> absolutePath;
+  // The model server's client; it sends nothing while no endpoint is set.
+  LanguageModelFactory makeLanguageModel = nullptr;
+  // Nouns and adjectives of English; null: every word counts.
+  Lexicon* lexicon = nullptr;
   // Reads an environment variable; null when unset.
   std::function<const char*(const char*)> getenv;
   int processID = 0;

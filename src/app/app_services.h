@@ -35,6 +35,8 @@ class ProcessingQueueService {
   virtual std::vector<UUID> queuedItemIDs() const = 0;
   // Drops an item that went to the trash or left the library.
   virtual void remove(const UUID& itemID) = 0;
+  // Another process changed the library (user categories, filings).
+  virtual void libraryChangedElsewhere() {}
   // Lanes, items in flight, late text, the retry pass.
   virtual processing::ProcessingQueueStatus status() const { return {}; }
 };

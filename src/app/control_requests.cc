@@ -88,6 +88,7 @@ void ControlRequestHandler::handle(const Json& request, Reply reply) {
   if (command == "reprocess") return reply(reprocess(request));
   if (command == "wait") return wait(request, std::move(reply));
   if (command == "pause" || command == "resume") return reply(pause(command, request));
+  if (command == "model") return reply(model(request));
   for (const char* later : kLaterCommands) {
     if (command == later) return reply(errorReply(command + " is not available in this build"));
   }

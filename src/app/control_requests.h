@@ -17,6 +17,8 @@
 //   pause  until                    pauses the import of new screenshots:
 //                                   "indefinitely", "tomorrow" or seconds
 //   resume                          ends the pause
+//   model  endpoint [model]         sets the model server (null endpoint:
+//                                   none); kept with the user defaults
 //
 // Thread rules: main thread (it uses the main context).
 #pragma once
@@ -74,6 +76,7 @@ class ControlRequestHandler {
   Json reprocess(const Json& request);
   void wait(const Json& request, Reply reply);
   Json pause(const std::string& command, const Json& request);
+  Json model(const Json& request);
   library::StorageService* storage();
   static Result<std::vector<UUID>> idsOf(const std::string& command, const Json& request);
 

@@ -1,10 +1,12 @@
 #include "app/processing_service.h"
 
 #include "app/app_coordinator.h"
+#include "app/model_services.h"
 #include "app/watcher_service.h"
 #include "intelligence/classification_service.h"
-#include "intelligence/custom_category_matcher.h"
-#include "intelligence/hashed_ngram_embedder.h"
+#include "intelligence/semantic_custom_category_matcher.h"
+#include "library/settings_store.h"
+#include "platform/notification_center.h"
 #include "intelligence/model_arbiter.h"
 #include "platform/log.h"
 #include "processing/image_analyses.h"
@@ -34,9 +36,17 @@ class ProcessingService final : public ProcessingQueueService {
     analyses_ = std::make_unique<processing::ImageAnalyses>(
         env_.fileSystem, env_.imageCodec, *ocr_, *labeler_,
         processing::ImageAnalysesThreads{recognition_, labels_, workers_, fresh_.get()});
-    if (!platform.arbiter) ownArbiter_ = intelligence::makeUnavailableModelArbiter();
-    if (!platform.embedder) ownEmbedder_ = intelligence::makeHashedNgramEmbedder();
-    custom_ = intelligence::makeNoCustomCategoryMatcher();
+    // The endpoint is read on every request, so `klipora model use` takes
+    // effect without a restart.
+    models_ = makeModelServices(platform.makeLanguageModel, env_.userDefaults, env_.clock,
+                                env_.fileSystem, env_.imageCodec, workers_);
+    arbiter_ = platform.arbiter ? platform.arbiter : models_.arbiter.get();
+    TextEmbedder& embedder = platform.embedder ? *platform.embedder : *models_.embedder;
+    custom_ = std::make_unique<intelligence::SemanticCustomCategoryMatcher>(
+        context, *models_.categoryEmbedder, &env_.userDefaults, [&context] {
+          auto settings = library::fetchOrCreateSettings(context);
+          return !settings || (*settings)->customCategoryAutoAssignEnabled;
+        });
     queue_ = std::make_unique<processing::ProcessingQueue>(processing::ProcessingQueueDeps{
         .context = context,
         .saver = saver,
@@ -45,11 +55,11 @@ class ProcessingService final : public ProcessingQueueService {
         .mainThread = env_.mainLoop,
         .workers = workers_,
         .userDefaults = env_.userDefaults,
-        .notifications = nullptr,
+        .notifications = &notifications_,
         .analyses = *analyses_,
-        .arbiter = platform.arbiter ? *platform.arbiter : *ownArbiter_,
+        .arbiter = *arbiter_,
         .customCategories = *custom_,
-        .embedder = platform.embedder ? *platform.embedder : *ownEmbedder_,
+        .embedder = embedder,
     });
   }
 
@@ -69,6 +79,7 @@ class ProcessingService final : public ProcessingQueueService {
     if (!warmedUp_) {
       warmedUp_ = true;
       recognition_.post([ocr = ocr_.get()] { ocr->warmUp(); });
+      arbiter_->warmUp(!custom_->categories().empty());
     }
     if (!ocr_->keepWarmStarted()) {
       ocr_->startKeepWarm(kKeepWarmInterval, env_.timers, recognition_);
@@ -87,6 +98,11 @@ class ProcessingService final : public ProcessingQueueService {
   std::vector<UUID> queuedItemIDs() const override { return queue_->inFlightIDs(); }
   void remove(const UUID& id) override { queue_->cancel(id); }
   processing::ProcessingQueueStatus status() const override { return queue_->status(); }
+  // User categories or filings changed in another process (`klipora
+  // categories`): the matcher reads them again before the next match.
+  void libraryChangedElsewhere() override {
+    notifications_.post(notifications::kCustomCategoriesDidChange);
+  }
 
   processing::ProcessingQueue& queue() { return *queue_; }
 
@@ -100,8 +116,9 @@ class ProcessingService final : public ProcessingQueueService {
   std::unique_ptr<processing::OCRService> ocr_;
   std::unique_ptr<intelligence::ClassificationService> labeler_;
   std::unique_ptr<processing::ImageAnalyses> analyses_;
-  std::unique_ptr<intelligence::ModelArbiter> ownArbiter_;
-  std::unique_ptr<TextEmbedder> ownEmbedder_;
+  NotificationCenter notifications_{env_.mainLoop};
+  ModelServices models_;
+  intelligence::ModelArbiter* arbiter_ = nullptr;
   std::unique_ptr<intelligence::CustomCategoryMatcher> custom_;
   std::unique_ptr<processing::ProcessingQueue> queue_;
   bool warmedUp_ = false;

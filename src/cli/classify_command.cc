@@ -1,7 +1,9 @@
 // klipora classify: runs the built-in category rules on text and facts given
 // on the command line, or on a stored item (--item ID), and shows the chosen
 // category, the confidence, the candidates with their evidence and the
-// explanation. Nothing is written to the library.
+// explanation. With --model the language model server then arbitrates, as
+// processing would; the rules' result stays the primary one. Nothing is
+// written to the library.
 #include <CLI/CLI.hpp>
 #include <cmath>
 #include <iostream>
@@ -9,6 +11,7 @@
 #include "cli/cli_session.h"
 #include "cli/command_registry.h"
 #include "intelligence/category_resolver.h"
+#include "app/model_services.h"
 #include "library/screenshot_item.h"
 
 namespace klipora::cli {
@@ -20,6 +23,7 @@ using intelligence::ResolutionResult;
 
 struct ClassifyOptions {
   bool json = false;
+  bool model = false;
   std::string item;
   std::string textFile;
   std::optional<std::string> text;
@@ -50,7 +54,8 @@ bool ParseLabel(const std::string& option, ClassificationLabel* label) {
 
 // Fills `input` from a stored item; prints the reason and returns an exit
 // code when it cannot.
-int InputFromItem(CliSession& session, const std::string& id, ResolutionInput* input) {
+int InputFromItem(CliSession& session, const std::string& id, ResolutionInput* input,
+                  std::string* imagePath) {
   auto uuid = UUID::Parse(id);
   if (!uuid) {
     std::cerr << "klipora: \"" << id << "\" is not an item id\n";
@@ -69,6 +74,7 @@ int InputFromItem(CliSession& session, const std::string& id, ResolutionInput* i
   const library::ScreenshotItem& record = **item;
   input->ocrText = record.ocrText.value_or("");
   input->filename = record.originalFilename;
+  *imagePath = record.libraryPath;
   input->entities = record.generatedEntities();
   input->sourceAppBundleID = record.sourceAppBundleID;
   input->sourceAppName = record.sourceAppName;
@@ -154,16 +160,78 @@ void PrintResult(const ResolutionResult& result) {
   }
 }
 
+struct ModelOutcome {
+  std::optional<intelligence::BuiltinArbitration> answer;
+  std::optional<std::string> title;
+  std::string availability;  // when the model was not asked
+};
+
+ModelOutcome Arbitrate(CliSession& session, const ResolutionInput& input,
+                       const ResolutionResult& result, const std::string& imagePath) {
+  ModelOutcome outcome;
+  auto& platform = session.platform();
+  if (!platform.makeLanguageModel) {
+    outcome.availability = availabilityText(ModelAvailability::unknownReason);
+    return outcome;
+  }
+  UserDefaults defaults(platform.fileSystem, session.paths().defaultsPath);
+  (void)defaults.load();
+  auto models = app::makeModelServices(platform.makeLanguageModel, defaults, platform.clock,
+                                       platform.fileSystem, platform.imageCodec,
+                                       platform.background);
+  auto& classifier = *models.classifier;
+  auto report = classifier.availability();
+  if (report.availability != ModelAvailability::available) {
+    outcome.availability = availabilityText(report.availability) + ": " + report.detail;
+    return outcome;
+  }
+  outcome.answer = classifier.arbitrate(intelligence::makeArbitrationInput(
+      result, input.ocrText, input.filename, input.sourceAppName, input.classificationLabels,
+      imagePath));
+  if (outcome.answer) outcome.title = classifier.cleanTitle(outcome.answer->title);
+  return outcome;
+}
+
+nlohmann::ordered_json ModelToJson(const ModelOutcome& outcome) {
+  if (!outcome.answer) return nullptr;
+  using J = nlohmann::ordered_json;
+  const auto& a = *outcome.answer;
+  return J{{"category", a.category ? J(library::rawValue(*a.category)) : J(nullptr)},
+           {"explanation", a.explanation},
+           {"title", outcome.title ? J(*outcome.title) : J(nullptr)}};
+}
+
+void PrintModel(const ModelOutcome& outcome) {
+  std::cout << "\nModel: ";
+  if (!outcome.answer) {
+    std::cout << "no usable answer"
+              << (outcome.availability.empty() ? std::string(" (see Diagnostics/classify.log)")
+                                               : " (" + outcome.availability + ")")
+              << "\n";
+    return;
+  }
+  const auto& a = *outcome.answer;
+  std::cout << (a.category ? library::rawValue(*a.category) : "uncategorized") << "\n"
+            << a.explanation << "\n";
+  if (outcome.title) std::cout << "Model title: " << *outcome.title << "\n";
+}
+
 int RunClassify(CliSession& session, const ClassifyOptions& options) {
   ResolutionInput input;
+  std::string imagePath;
   int status = options.item.empty() ? InputFromOptions(session, options, &input)
-                                    : InputFromItem(session, options.item, &input);
+                                    : InputFromItem(session, options.item, &input, &imagePath);
   if (status != kExitOk) return status;
   ResolutionResult result = intelligence::CategoryResolver().resolve(input);
+  std::optional<ModelOutcome> model;
+  if (options.model) model = Arbitrate(session, input, result, imagePath);
   if (options.json) {
-    printJson(ResultToJson(result));
+    auto out = ResultToJson(result);
+    if (model) out["model"] = ModelToJson(*model);
+    printJson(out);
   } else {
     PrintResult(result);
+    if (model) PrintModel(*model);
   }
   return kExitOk;
 }
@@ -175,6 +243,8 @@ KLIPORA_COMMAND(classify) {
       "classify", "Choose a built-in category for a screenshot's text and facts, and say why");
   auto options = std::make_shared<ClassifyOptions>();
   cmd->add_flag("--json", options->json, "Print the result as JSON");
+  cmd->add_flag("--model", options->model,
+                "Then ask the language model server to arbitrate (`klipora model use`)");
   auto* item = cmd->add_option("--item", options->item, "Classify the stored item with this id");
   auto* textFile = cmd->add_option("--text-file", options->textFile,
                                    "Read the recognised text from a file (- for standard input)");

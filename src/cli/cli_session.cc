@@ -14,7 +14,8 @@ CliSession::CliSession(app::AppPlatform& platform)
     : platform_(platform),
       processing_{.ocrEngines = platform.ocrEngines,
                   .recognition = platform.recognition,
-                  .labels = platform.labels} {}
+                  .labels = platform.labels,
+                  .makeLanguageModel = platform.makeLanguageModel} {}
 
 app::AppEnvironment CliSession::environment() {
   return app::AppEnvironment{

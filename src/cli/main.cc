@@ -11,11 +11,13 @@
 #include "app/app_platform.h"
 #include "cli/cli_session.h"
 #include "cli/command_registry.h"
+#include "platform/linux/http_language_model.h"
 #include "platform/linux/inotify_folder_watch.h"
 #include "platform/linux/linux_platform.h"
 #include "platform/linux/log_sinks.h"
 #include "platform/linux/malloc_tuning.h"
 #include "platform/linux/proc_mount_info_watch.h"
+#include "platform/linux/wordnet_lexicon.h"
 
 int main(int argc, char** argv) {
   using namespace klipora;
@@ -27,6 +29,7 @@ int main(int argc, char** argv) {
   log::addSink(stderrSink);
 
   LinuxPlatform linux;
+  WordNetLexicon lexicon;
   app::AppPlatform platform{
       .fileSystem = linux.fileSystem,
       .imageCodec = linux.imageCodec,
@@ -58,6 +61,11 @@ int main(int argc, char** argv) {
         auto absolute = std::filesystem::absolute(path, ignored);
         return absolute.empty() ? path : absolute.lexically_normal().string();
       },
+      .makeLanguageModel = [](std::function<ModelEndpoint()> endpoint)
+          -> std::unique_ptr<LanguageModel> {
+        return std::make_unique<HttpLanguageModel>(std::move(endpoint));
+      },
+      .lexicon = &lexicon,
       .getenv = [](const char* name) -> const char* { return std::getenv(name); },
       .processID = static_cast<int>(::getpid()),
   };

@@ -79,6 +79,7 @@ int RunDaemon(CliSession& session, bool quiet) {
       .recognition = platform.recognition,
       .labels = platform.labels,
       .freshRecognition = &platform.freshRecognition,
+      .makeLanguageModel = platform.makeLanguageModel,
   };
   app::AppEnvironment env{
       .fileSystem = fs,

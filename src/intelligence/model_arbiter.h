@@ -78,7 +78,20 @@ class ModelArbiter {
       const ArbitrationInput& input, const std::vector<CustomCategoryDescriptor>& categories) = 0;
   // Tidies a generated title; absent when nothing usable is left.
   virtual std::optional<std::string> cleanTitle(const std::string& text) = 0;
+  // More subject terms for a user category, lower-case single words not in
+  // `base`; empty when the model cannot answer.
+  virtual std::vector<std::string> expandKeywords(const std::string& categoryName,
+                                                  const std::string& description,
+                                                  const std::vector<std::string>& base) = 0;
 };
+
+// The arbitration input for a resolution: the candidates in order and the
+// winner's five strongest pieces of evidence.
+ArbitrationInput makeArbitrationInput(const ResolutionResult& resolution, std::string ocrText,
+                                      std::string filename,
+                                      std::optional<std::string> sourceAppName,
+                                      std::vector<ClassificationLabel> labels,
+                                      std::string imageURL);
 
 // The arbiter of a machine without a model: never available, never answers.
 std::unique_ptr<ModelArbiter> makeUnavailableModelArbiter();

@@ -1,5 +1,5 @@
 // The arbiter and the matcher of a machine without a model and a library
-// without user categories.
+// without user categories, and the input every arbiter is given.
 #include "intelligence/custom_category_matcher.h"
 #include "intelligence/model_arbiter.h"
 
@@ -18,6 +18,10 @@ class UnavailableModelArbiter final : public ModelArbiter {
     return std::nullopt;
   }
   std::optional<std::string> cleanTitle(const std::string&) override { return std::nullopt; }
+  std::vector<std::string> expandKeywords(const std::string&, const std::string&,
+                                          const std::vector<std::string>&) override {
+    return {};
+  }
 };
 
 class NoCustomCategoryMatcher final : public CustomCategoryMatcher {
@@ -28,6 +32,35 @@ class NoCustomCategoryMatcher final : public CustomCategoryMatcher {
 };
 
 }  // namespace
+
+ArbitrationInput makeArbitrationInput(const ResolutionResult& resolution, std::string ocrText,
+                                      std::string filename,
+                                      std::optional<std::string> sourceAppName,
+                                      std::vector<ClassificationLabel> labels,
+                                      std::string imageURL) {
+  constexpr size_t kEvidenceShown = 5;
+  ArbitrationInput input{
+      .ocrText = std::move(ocrText),
+      .candidates = {},
+      .filename = std::move(filename),
+      .sourceAppName = std::move(sourceAppName),
+      .heuristicWinner = resolution.primaryCategory,
+      .heuristicConfidence = resolution.confidence,
+      .topEvidence = {},
+      .classificationLabels = std::move(labels),
+      .imageURL = std::move(imageURL),
+  };
+  for (const auto& c : resolution.candidates) {
+    input.candidates.emplace_back(std::string(library::rawValue(c.category)), c.score);
+  }
+  if (!resolution.candidates.empty()) {
+    for (const auto& e : resolution.candidates.front().evidence) {
+      if (input.topEvidence.size() == kEvidenceShown) break;
+      input.topEvidence.emplace_back(e.signal, e.weight);
+    }
+  }
+  return input;
+}
 
 std::unique_ptr<ModelArbiter> makeUnavailableModelArbiter() {
   return std::make_unique<UnavailableModelArbiter>();

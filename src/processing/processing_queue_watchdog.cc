@@ -171,27 +171,10 @@ std::shared_ptr<ProcessingQueue::Refinement> ProcessingQueue::refine(const Run& 
   auto refinement = std::make_shared<Refinement>();
   auto& arbiter = deps_.arbiter;
   if (!arbiter.isAvailable()) return refinement;
-  const auto& r = run.resolution;
-  intelligence::ArbitrationInput input{
-      .ocrText = run.phase1.ocr.result ? run.phase1.ocr.result->text : "",
-      .candidates = {},
-      .filename = run.data.originalFilename,
-      .sourceAppName = run.data.sourceAppName,
-      .heuristicWinner = r.primaryCategory,
-      .heuristicConfidence = r.confidence,
-      .topEvidence = {},
-      .classificationLabels = run.phase1.labels.labels,
-      .imageURL = run.data.libraryPath,
-  };
-  for (const auto& c : r.candidates) {
-    input.candidates.emplace_back(std::string(library::rawValue(c.category)), c.score);
-  }
-  if (!r.candidates.empty()) {
-    for (const auto& e : r.candidates.front().evidence) {
-      if (input.topEvidence.size() == 5) break;
-      input.topEvidence.emplace_back(e.signal, e.weight);
-    }
-  }
+  auto input = intelligence::makeArbitrationInput(
+      run.resolution, run.phase1.ocr.result ? run.phase1.ocr.result->text : "",
+      run.data.originalFilename, run.data.sourceAppName, run.phase1.labels.labels,
+      run.data.libraryPath);
   std::optional<intelligence::BuiltinArbitration> builtin;
   if (run.customCategories.empty()) {
     builtin = arbiter.arbitrate(input);

@@ -1,0 +1,119 @@
+// klipora categories as a new user meets them, without any model server:
+// keywords from the rule through WordNet, sorting existing screenshots with
+// progress, new screenshots filed by processing, and the record's life.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+
+#include "cli/testing/run_klipora.h"
+#include "platform/linux/testing/text_images.h"
+#include "platform/testing/temp_dir.h"
+
+namespace klipora {
+namespace {
+
+using nlohmann::json;
+namespace fs = std::filesystem;
+
+class CategoriesCliTest : public ::testing::Test {
+ protected:
+  CategoriesCliTest() { fs::create_directories(runtime_); }
+  testing::CommandResult klipora(const std::vector<std::string>& args) {
+    return testing::runKlipora(home_, args, "XDG_RUNTIME_DIR=" + runtime_);
+  }
+  std::string screenshot(const std::string& name, const std::string& text) {
+    testing::TextImageOptions o;
+    o.width = 900;
+    o.height = 260;
+    o.patches.push_back({.text = text, .font = "DejaVu Sans 14"});
+    std::string path = dir_.file(name);
+    std::ofstream(path, std::ios::binary) << testing::makeTextImage(o);
+    return path;
+  }
+  json categories() {
+    auto r = klipora({"categories", "list", "--json"});
+    EXPECT_EQ(r.exitCode, 0) << r.err;
+    return json::parse(r.out);
+  }
+
+  testing::TempDir dir_;
+  std::string home_ = dir_.file("home");
+  std::string runtime_ = dir_.file("runtime");
+};
+
+TEST_F(CategoriesCliTest, AddApplyAndFileNewScreenshots) {
+  auto r = klipora({"import", "--wait", screenshot("dealer.png",
+                                                   "Main Street Car Dealer\nUsed cars for sale\n"
+                                                   "2019 Honda Civic  42,000 miles  $17,900"),
+                    screenshot("code.png", "fn main() {\n    println!(\"hello\");\n}\n"
+                                           "error[E0308]: mismatched types")});
+  ASSERT_EQ(r.exitCode, 0) << r.out << r.err;
+
+  r = klipora({"categories", "add", "Cars", "--description",
+               "photos of my car and car dealer listings", "--json"});
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  json cars = json::parse(r.out);
+  EXPECT_EQ(cars["name"], "Cars");
+  EXPECT_EQ(cars["keywords"], (json{"car", "dealer", "listing"}));
+  EXPECT_EQ(cars["centroid"], true);
+  EXPECT_EQ(cars["items"], 0);
+
+  r = klipora({"categories", "apply", "Cars"});
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_NE(r.err.find("Sorting into \"Cars\": 100% (2 of 2), 1 filed"), std::string::npos)
+      << r.err;
+  EXPECT_EQ(r.out, "Filed 1 screenshot into \"Cars\".\n");
+  EXPECT_EQ(categories()[0]["items"], 1);
+
+  // A new screenshot is filed while it is processed.
+  r = klipora({"import", "--wait",
+               screenshot("listing.png", "Dealer listing: blue car, one owner\nCall the dealer")});
+  ASSERT_EQ(r.exitCode, 0) << r.out << r.err;
+  EXPECT_EQ(categories()[0]["items"], 2);
+
+  r = klipora({"categories", "add", "cars", "--description", "again"});
+  EXPECT_EQ(r.exitCode, 2);
+  EXPECT_NE(r.err.find("a category named \"Cars\" exists already"), std::string::npos) << r.err;
+}
+
+TEST_F(CategoriesCliTest, RenameDescribeDeleteAndMistakes) {
+  auto r = klipora({"categories"});
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_NE(r.out.find("No categories of your own"), std::string::npos);
+
+  r = klipora({"categories", "add", "Food", "--description",
+               "Screenshots of vegetarian recipes and things for dinner"});
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_NE(r.out.find("keywords: vegetarian, recipe, dinner"), std::string::npos) << r.out;
+
+  // Another language keeps its words; an empty rule is read from the name.
+  r = klipora({"categories", "add", "Autos", "--description", "Fotos von meinem Auto", "--json"});
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_FALSE(json::parse(r.out)["keywords"].empty());
+  r = klipora({"categories", "add", "Invoices", "--json"});
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_EQ(json::parse(r.out)["keywords"], (json{"invoice"}));
+
+  r = klipora({"categories", "rename", "food", "Cooking", "--json"});
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_EQ(json::parse(r.out)["name"], "Cooking");
+  r = klipora({"categories", "describe", "Cooking", "pasta and soup", "--json"});
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_EQ(json::parse(r.out)["keywords"], (json{"pasta", "soup"}));
+
+  std::string id = categories()[0]["id"];
+  r = klipora({"categories", "delete", id});
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_EQ(categories().size(), 2u);
+
+  r = klipora({"categories", "apply", "Boats"});
+  EXPECT_EQ(r.exitCode, 2);
+  EXPECT_NE(r.err.find("no category is named or numbered \"Boats\""), std::string::npos) << r.err;
+  r = klipora({"categories", "add", " "});
+  EXPECT_EQ(r.exitCode, 2);
+}
+
+}  // namespace
+}  // namespace klipora

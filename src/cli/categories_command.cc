@@ -1,0 +1,261 @@
+// klipora categories [list] | add NAME --description TEXT | rename CAT NAME |
+// describe CAT TEXT | delete CAT | apply CAT: the user's own categories. A
+// category is a name and a short rule in the user's words; its keywords and
+// centroid are built from the rule (and the model server's suggestions,
+// when one is set). `apply` sorts the screenshots already in the library
+// into it. CAT is an id or a name. A running daemon is told of each change.
+#include <CLI/CLI.hpp>
+#include <iostream>
+
+#include "app/model_services.h"
+#include "cli/cli_session.h"
+#include "cli/command_registry.h"
+#include "cli/daemon_client.h"
+#include "intelligence/custom_category_catalog.h"
+#include "intelligence/custom_category_sorter.h"
+#include "intelligence/semantic_custom_category_matcher.h"
+#include "library/record_json.h"
+
+namespace klipora::cli {
+namespace {
+
+using Json = nlohmann::ordered_json;
+using library::CustomCategory;
+
+// A lexicon that knows no word: every word of a description is kept.
+class NoLexicon final : public Lexicon {
+ public:
+  bool isAvailable() override { return false; }
+  std::optional<std::string> nounOrAdjectiveBase(std::string_view) override {
+    return std::nullopt;
+  }
+};
+
+// What the category commands work with, on the store of the session.
+struct Categories {
+  explicit Categories(CliSession& session)
+      : models(app::makeModelServices(session.platform().makeLanguageModel,
+                                      session.userDefaults(), session.platform().clock,
+                                      session.platform().fileSystem,
+                                      session.platform().imageCodec,
+                                      session.platform().background)),
+        lexicon(session.platform().lexicon ? *session.platform().lexicon : noLexicon),
+        builder(lexicon, *models.categoryEmbedder, *models.arbiter),
+        catalog(session.context(), session.platform().clock, builder) {}
+
+  NoLexicon noLexicon;
+  app::ModelServices models;
+  Lexicon& lexicon;
+  intelligence::CustomCategoryKeywordBuilder builder;
+  intelligence::CustomCategoryCatalog catalog;
+};
+
+// The matcher's verdict for one category, for the sorter.
+class MatcherScorer final : public intelligence::CustomSortScorer {
+ public:
+  explicit MatcherScorer(intelligence::SemanticCustomCategoryMatcher& matcher)
+      : matcher_(matcher) {}
+  bool belongs(const UUID& categoryID, const library::ScreenshotItem& item) override {
+    intelligence::CustomMatchInput input{.ocrText = item.ocrText.value_or(""),
+                                         .classificationLabels = {},
+                                         .featurePrint = std::nullopt};
+    for (const auto& label : item.classificationLabels()) {
+      input.classificationLabels.push_back({label, std::nullopt});
+    }
+    if (input.ocrText.empty() && input.classificationLabels.empty()) return false;
+    for (const auto& score : matcher_.scores(input)) {
+      if (score.id == categoryID) return score.matches;
+    }
+    return false;
+  }
+
+ private:
+  intelligence::SemanticCustomCategoryMatcher& matcher_;
+};
+
+void TellDaemon(CliSession& session) {
+  if (runningDaemon(session)) (void)runLibraryRequest(session, app::makeRequest("reload"), 10);
+}
+
+int Fail(const std::string& what, const Status& status) {
+  std::cerr << "klipora: " << what << ": " << status.message() << "\n";
+  return status.code() == Status::Code::kNotFound || status.code() == Status::Code::kInvalidArgument ||
+                 status.code() == Status::Code::kAlreadyExists
+             ? kExitUsage
+             : kExitFailure;
+}
+
+Json CategoryJson(Categories& c, const CustomCategory& category) {
+  Json keywords = Json::array();
+  for (const auto& k : category.keywords()) keywords.push_back(k);
+  return Json{{"id", category.id.uuidString()},
+              {"name", category.name},
+              {"description", category.categoryDescription.value_or("")},
+              {"keywords", std::move(keywords)},
+              {"centroid", category.embeddingData.has_value()},
+              {"items", c.catalog.itemCount(category.id).value_or(0)}};
+}
+
+void PrintCategory(Categories& c, const CustomCategory& category) {
+  std::cout << category.id.uuidString() << "  " << category.name << "  ("
+            << c.catalog.itemCount(category.id).value_or(0) << " screenshots)\n";
+  if (category.categoryDescription && !category.categoryDescription->empty()) {
+    std::cout << "    " << *category.categoryDescription << "\n";
+  }
+  std::string keywords;
+  for (const auto& k : category.keywords()) keywords += (keywords.empty() ? "" : ", ") + k;
+  std::cout << "    keywords: " << (keywords.empty() ? "none" : keywords) << "\n";
+}
+
+int RunList(CliSession& session, bool json) {
+  if (!session.openLibrary()) return session.exitCode;
+  Categories c(session);
+  auto all = c.catalog.list();
+  if (!all) return Fail("cannot read the categories", all.error());
+  if (json) {
+    Json out = Json::array();
+    for (const auto& category : *all) out.push_back(CategoryJson(c, *category));
+    printJson(out);
+    return kExitOk;
+  }
+  if (all->empty()) {
+    std::cout << "No categories of your own; `klipora categories add NAME --description TEXT` "
+                 "makes one.\n";
+  }
+  for (const auto& category : *all) PrintCategory(c, *category);
+  return kExitOk;
+}
+
+int RunAdd(CliSession& session, const std::string& name, const std::string& description,
+           bool json) {
+  if (!session.openLibrary()) return session.exitCode;
+  Categories c(session);
+  auto category = c.catalog.create(name, description);
+  if (!category) return Fail("cannot add the category", category.error());
+  TellDaemon(session);
+  if (json) {
+    printJson(CategoryJson(c, **category));
+  } else {
+    PrintCategory(c, **category);
+  }
+  return kExitOk;
+}
+
+int RunChange(CliSession& session, const std::string& action, const std::string& which,
+              const std::string& value, bool json) {
+  if (!session.openLibrary()) return session.exitCode;
+  Categories c(session);
+  auto category = c.catalog.find(which);
+  if (!category) return Fail("cannot " + action + " the category", category.error());
+  const UUID id = (*category)->id;
+  const std::string name = (*category)->name;
+  if (action == "delete") {
+    auto unfiled = c.catalog.remove(id);
+    if (!unfiled) return Fail("cannot delete the category", unfiled.error());
+    TellDaemon(session);
+    if (json) {
+      printJson(Json{{"id", id.uuidString()}, {"deleted", true}, {"unfiled", *unfiled}});
+    } else {
+      std::cout << "Deleted \"" << name << "\"; " << *unfiled
+                << " screenshots are no longer filed under it.\n";
+    }
+    return kExitOk;
+  }
+  Status changed = action == "rename" ? c.catalog.rename(id, value)
+                                      : c.catalog.changeDescription(id, value);
+  if (!changed.ok()) return Fail("cannot " + action + " the category", changed);
+  TellDaemon(session);
+  auto updated = c.catalog.find(id.uuidString());
+  if (!updated) return Fail("cannot read the category", updated.error());
+  if (json) {
+    printJson(CategoryJson(c, **updated));
+  } else {
+    PrintCategory(c, **updated);
+  }
+  return kExitOk;
+}
+
+int RunApply(CliSession& session, const std::string& which, bool json) {
+  if (!session.openLibrary()) return session.exitCode;
+  Categories c(session);
+  auto category = c.catalog.find(which);
+  if (!category) return Fail("cannot apply the category", category.error());
+  const std::string name = (*category)->name;
+  intelligence::SemanticCustomCategoryMatcher matcher(session.context(), *c.models.categoryEmbedder,
+                                                      &session.userDefaults(), nullptr);
+  matcher.reload();
+  MatcherScorer scorer(matcher);
+  intelligence::CustomCategorySorter sorter(session.context(), session.platform().clock, scorer);
+  auto result = sorter.sort((*category)->id, [&](const intelligence::CustomSortProgress& p) {
+    std::cerr << "Sorting into \"" << name << "\": " << static_cast<int>(p.fraction() * 100)
+              << "% (" << p.examined << " of " << p.total << "), " << p.assigned << " filed\n";
+  });
+  if (!result) return Fail("cannot sort into \"" + name + "\"", result.error());
+  TellDaemon(session);
+  if (json) {
+    printJson(Json{{"id", (*category)->id.uuidString()},
+                   {"assigned", result->assigned},
+                   {"cancelled", result->cancelled}});
+  } else {
+    std::cout << "Filed " << result->assigned << " screenshot" << (result->assigned == 1 ? "" : "s")
+              << " into \"" << name << "\".\n";
+  }
+  return kExitOk;
+}
+
+}  // namespace
+
+KLIPORA_COMMAND(categories) {
+  auto* cmd = app.add_subcommand("categories", "Show or change your own categories");
+  auto json = std::make_shared<bool>(false);
+  cmd->add_flag("--json", *json, "Print the result as JSON");
+  auto* list = cmd->add_subcommand("list", "Show your categories with their keywords");
+  list->add_flag("--json", *json, "Print the categories as JSON");
+  list->callback([&session, json] { session.exitCode = RunList(session, *json); });
+
+  auto* add = cmd->add_subcommand("add", "Make a category from a name and a short rule");
+  auto name = std::make_shared<std::string>();
+  auto description = std::make_shared<std::string>();
+  add->add_option("name", *name, "The category's name")->required();
+  add->add_option("--description", *description,
+                  "A short rule in your own words: what belongs in it");
+  add->add_flag("--json", *json, "Print the category as JSON");
+  add->callback([&session, name, description, json] {
+    session.exitCode = RunAdd(session, *name, *description, *json);
+  });
+
+  struct Change {
+    const char* action;
+    const char* help;
+    const char* valueName;
+    const char* valueHelp;
+  };
+  for (const Change& change :
+       {Change{"rename", "Give a category another name", "name", "The new name"},
+        Change{"describe", "Change a category's rule (its keywords are rebuilt)", "description",
+               "The new rule"},
+        Change{"delete", "Delete a category; its screenshots are unfiled", nullptr, nullptr}}) {
+    auto* sub = cmd->add_subcommand(change.action, change.help);
+    auto which = std::make_shared<std::string>();
+    auto value = std::make_shared<std::string>();
+    sub->add_option("category", *which, "Its id or name")->required();
+    if (change.valueName) sub->add_option(change.valueName, *value, change.valueHelp)->required();
+    sub->add_flag("--json", *json, "Print the result as JSON");
+    const std::string action = change.action;
+    sub->callback([&session, action, which, value, json] {
+      session.exitCode = RunChange(session, action, *which, *value, *json);
+    });
+  }
+
+  auto* apply = cmd->add_subcommand("apply", "Sort the screenshots already in the library into a category");
+  auto which = std::make_shared<std::string>();
+  apply->add_option("category", *which, "Its id or name")->required();
+  apply->add_flag("--json", *json, "Print the result as JSON");
+  apply->callback([&session, which, json] { session.exitCode = RunApply(session, *which, *json); });
+
+  cmd->callback([&session, cmd, json] {
+    if (cmd->get_subcommands().empty()) session.exitCode = RunList(session, *json);
+  });
+}
+
+}  // namespace klipora::cli

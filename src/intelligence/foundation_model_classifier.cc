@@ -1,0 +1,431 @@
+#include "intelligence/foundation_model_classifier.h"
+
+#include <algorithm>
+#include <cmath>
+#include <condition_variable>
+#include <nlohmann/json.hpp>
+#include <thread>
+
+#include "intelligence/foundation_model_prompts.h"
+#include "intelligence/generated_title.h"
+#include "platform/log.h"
+
+namespace klipora::intelligence {
+namespace {
+
+using Json = nlohmann::json;
+
+// How often the time-out watcher looks at the clock. The clock may be one a
+// test moves by hand, so the wait cannot rest on a timed wait alone.
+constexpr double kClockCheckSeconds = 0.2;
+// Larger files are not read for attachment.
+constexpr int64_t kMaxAttachmentSourceBytes = 64 << 20;
+
+std::string Lower(std::string text) {
+  for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return text;
+}
+
+std::string Trim(const std::string& text) {
+  constexpr const char* kBlanks = " \t\r\n\f\v";
+  size_t from = text.find_first_not_of(kBlanks);
+  if (from == std::string::npos) return "";
+  return text.substr(from, text.find_last_not_of(kBlanks) - from + 1);
+}
+
+std::optional<std::string> StringField(const Json& object, const char* name) {
+  auto it = object.find(name);
+  if (it == object.end() || !it->is_string()) return std::nullopt;
+  return it->get<std::string>();
+}
+
+// An integer, or a text that holds only one.
+std::optional<long long> IntegerField(const Json& object, const char* name) {
+  auto it = object.find(name);
+  if (it == object.end()) return std::nullopt;
+  if (it->is_number_integer()) return it->get<long long>();
+  if (it->is_number_float()) {
+    double value = it->get<double>();
+    if (std::isfinite(value) && value == std::floor(value) && std::abs(value) < 1e15) {
+      return static_cast<long long>(value);
+    }
+    return std::nullopt;
+  }
+  if (it->is_string()) {
+    std::string text = Trim(it->get<std::string>());
+    if (text.empty() || text.size() > 15 ||
+        !std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; })) {
+      return std::nullopt;
+    }
+    return std::stoll(text);
+  }
+  return std::nullopt;
+}
+
+std::string Quoted(const std::string& text) {
+  return "\"" + (text.size() > 120 ? text.substr(0, 120) + "…" : text) + "\"";
+}
+
+}  // namespace
+
+struct FoundationModelClassifier::Answer {
+  std::optional<Json> json;  // the answer's object
+  bool timedOut = false;
+  std::string error;  // when neither
+  long long ms = 0;
+  bool imageSent = false;
+};
+
+FoundationModelClassifier::FoundationModelClassifier(LanguageModel& model, Clock& clock,
+                                                     FileSystem& fileSystem,
+                                                     ImageCodec& imageCodec, Executor& background,
+                                                     FoundationModelClassifierConfig config)
+    : model_(model),
+      clock_(clock),
+      fileSystem_(fileSystem),
+      imageCodec_(imageCodec),
+      background_(background),
+      config_(config) {}
+
+ModelAvailabilityReport FoundationModelClassifier::availability() {
+  const double now = clock_.monotonicSeconds();
+  {
+    std::lock_guard lock(mutex_);
+    if (availability_ && now - availabilityCheckedAt_ < config_.availabilityCacheSeconds) {
+      return *availability_;
+    }
+  }
+  ModelAvailabilityReport report = model_.availability();
+  std::lock_guard lock(mutex_);
+  availability_ = report;
+  availabilityCheckedAt_ = now;
+  return report;
+}
+
+bool FoundationModelClassifier::isAvailable() {
+  return availability().availability == ModelAvailability::available;
+}
+
+std::optional<ModelImage> FoundationModelClassifier::attachment(const std::string& path) {
+  {
+    std::lock_guard lock(mutex_);
+    if (imagesRefused_) return std::nullopt;
+  }
+  if (path.empty()) return std::nullopt;
+  auto attributes = fileSystem_.attributes(path);
+  if (!attributes || !attributes->isRegularFile || attributes->size > kMaxAttachmentSourceBytes) {
+    return std::nullopt;
+  }
+  auto bytes = fileSystem_.readFile(path);
+  if (!bytes) return std::nullopt;
+  auto jpeg = imageCodec_.makeJpegThumbnail(*bytes, config_.attachmentPixelSize, 80);
+  if (!jpeg) return std::nullopt;
+  return ModelImage{std::move(*jpeg), "image/jpeg"};
+}
+
+// Runs the request on this thread while a watcher races it against the
+// clock; past the limit the watcher cancels the request, which then returns
+// at once, and whatever it brought is dropped.
+FoundationModelClassifier::Answer FoundationModelClassifier::ask(ModelRequest request,
+                                                                 double timeoutSeconds) {
+  Answer answer;
+  CancelSignal cancel;
+  std::mutex mutex;
+  std::condition_variable finishedChanged;
+  bool finished = false;
+  bool timedOut = false;
+  const double start = clock_.monotonicSeconds();
+  const double deadline = start + timeoutSeconds;
+  std::thread watcher([&] {
+    std::unique_lock lock(mutex);
+    while (!finished) {
+      const double remaining = deadline - clock_.monotonicSeconds();
+      if (remaining <= 0) {
+        timedOut = true;
+        lock.unlock();
+        cancel.cancel();
+        return;
+      }
+      finishedChanged.wait_for(
+          lock, std::chrono::duration<double>(std::min(remaining, kClockCheckSeconds)));
+    }
+  });
+  answer.imageSent = request.image.has_value();
+  Result<std::string> reply = model_.respond(request, cancel);
+  if (!reply && request.image && reply.error().code() == Status::Code::kFailedPrecondition &&
+      !cancel.isCancelled()) {
+    // A server without image input refuses the whole request: ask again
+    // without the picture, and never send one again.
+    log::classify("fm-image REFUSED err=" + Quoted(reply.error().message()) +
+                  " — asking without the image from now on");
+    {
+      std::lock_guard lock(mutex_);
+      imagesRefused_ = true;
+    }
+    request.image.reset();
+    answer.imageSent = false;
+    reply = model_.respond(request, cancel);
+  }
+  {
+    std::lock_guard lock(mutex);
+    finished = true;
+  }
+  finishedChanged.notify_all();
+  watcher.join();
+  answer.ms = std::llround((clock_.monotonicSeconds() - start) * 1000);
+  if (timedOut) {
+    answer.timedOut = true;
+    return answer;
+  }
+  if (!reply) {
+    answer.error = reply.error().message();
+    return answer;
+  }
+  // Servers without guided output may wrap the object in prose or fences.
+  const std::string& text = *reply;
+  size_t open = text.find('{');
+  size_t close = text.rfind('}');
+  Json json = open == std::string::npos || close == std::string::npos || close < open
+                  ? Json()
+                  : Json::parse(text.substr(open, close - open + 1), nullptr, false);
+  if (!json.is_object()) {
+    answer.error = "the answer is not a JSON object: " + Quoted(text);
+    return answer;
+  }
+  answer.json = std::move(json);
+  return answer;
+}
+
+std::optional<BuiltinArbitration> FoundationModelClassifier::arbitrate(
+    const ArbitrationInput& input) {
+  auto report = availability();
+  if (report.availability != ModelAvailability::available) {
+    log::classify("fm-arbitrate SKIP availability=" + availabilityText(report.availability));
+    return std::nullopt;
+  }
+  auto image = attachment(input.imageURL);
+  Answer answer = ask({.instructions = "",
+                       .prompt = arbitrationPrompt(input, image.has_value()),
+                       .schemaName = kCategoryClassification,
+                       .schemaJSON = categoryClassificationSchema(),
+                       .image = std::move(image),
+                       .temperature = 0,
+                       .maxTokens = 300},
+                      config_.timeoutSeconds);
+  if (answer.timedOut) {
+    log::classify("fm-arbitrate TIMEOUT after " + std::to_string(answer.ms) +
+                  "ms) — model too slow this run");
+    return std::nullopt;
+  }
+  auto category = answer.json ? StringField(*answer.json, "category") : std::nullopt;
+  auto explanation = answer.json ? StringField(*answer.json, "explanation") : std::nullopt;
+  auto title = answer.json ? StringField(*answer.json, "title") : std::nullopt;
+  if (answer.json && (!category || !explanation || !title)) {
+    answer.error = "the answer lacks category, explanation or title";
+  }
+  if (!answer.error.empty()) {
+    log::classify("fm-arbitrate ERROR ms=" + std::to_string(answer.ms) + " err=" +
+                  Quoted(answer.error));
+    return std::nullopt;
+  }
+  bool known = false;
+  auto mapped = mapModelCategory(*category, &known);
+  if (!known) {
+    log::classify("fm-arbitrate UNMAPPED category=" + Quoted(*category) +
+                  " (model returned a value outside the known category list)");
+    return std::nullopt;
+  }
+  log::classify("fm-arbitrate OK pick=" + Trim(Lower(*category)) + " ms=" +
+                std::to_string(answer.ms) + " image=" + log::yesNo(answer.imageSent) +
+                " title=" + Quoted(*title));
+  return BuiltinArbitration{mapped, *explanation, *title};
+}
+
+std::optional<CombinedArbitration> FoundationModelClassifier::arbitrateAndMatchCustom(
+    const ArbitrationInput& input, const std::vector<CustomCategoryDescriptor>& categories) {
+  auto report = availability();
+  if (report.availability != ModelAvailability::available) {
+    log::classify("fm-combined SKIP availability=" + availabilityText(report.availability));
+    return std::nullopt;
+  }
+  log::classify("fm-combined START file=" + input.filename +
+                " customCount=" + std::to_string(categories.size()));
+  auto image = attachment(input.imageURL);
+  Answer answer = ask({.instructions = "",
+                       .prompt = combinedPrompt(input, categories, image.has_value()),
+                       .schemaName = kCombinedClassification,
+                       .schemaJSON = combinedClassificationSchema(),
+                       .image = std::move(image),
+                       .temperature = 0,
+                       .maxTokens = 400},
+                      config_.timeoutSeconds);
+  if (answer.timedOut) {
+    log::classify("fm-combined TIMEOUT after " + std::to_string(answer.ms) +
+                  "ms) — model too slow this run");
+    return std::nullopt;
+  }
+  std::optional<std::string> category, explanation, title, name, customExplanation;
+  std::optional<long long> number;
+  if (answer.json) {
+    category = StringField(*answer.json, "category");
+    explanation = StringField(*answer.json, "explanation");
+    title = StringField(*answer.json, "title");
+    name = StringField(*answer.json, "customCategoryName");
+    customExplanation = StringField(*answer.json, "customExplanation");
+    number = IntegerField(*answer.json, "customCategoryNumber");
+    if (!category || !explanation || !title || !name || !number) {
+      answer.error =
+          "the answer lacks category, explanation, title, customCategoryNumber or "
+          "customCategoryName";
+    }
+  }
+  if (!answer.error.empty()) {
+    log::classify("fm-combined ERROR ms=" + std::to_string(answer.ms) + " err=" +
+                  Quoted(answer.error));
+    return std::nullopt;
+  }
+  CombinedArbitration out;
+  bool known = false;
+  auto mapped = mapModelCategory(*category, &known);
+  if (known) {
+    out.builtin = {mapped, *explanation, *title};
+  } else {
+    log::classify("fm-combined UNMAPPED category=" + Quoted(*category) +
+                  " (model returned a value outside the known category list)");
+  }
+  bool mismatch = false;
+  auto index = matchCustomAnswer(*number, *name, categories, &mismatch);
+  if (mismatch) {
+    log::classify("fm-combined NAME/NUM MISMATCH name=" + Quoted(*name) +
+                  " num=" + std::to_string(*number) + " — trusting name");
+  }
+  if (index) out.custom = CustomArbitration{categories[*index].id, customExplanation.value_or("")};
+  log::classify("fm-combined OK pick=" + (known ? Trim(Lower(*category)) : std::string("-")) +
+                " custom=" + (index ? Quoted(categories[*index].name) : std::string("none")) +
+                " ms=" + std::to_string(answer.ms) + " image=" + log::yesNo(answer.imageSent) +
+                " title=" + Quoted(known ? *title : std::string()));
+  return out;
+}
+
+std::optional<std::string> FoundationModelClassifier::cleanTitle(const std::string& text) {
+  std::string title = cleanModelTitle(text);
+  constexpr std::string_view kLead = "a screenshot of ";
+  if (Lower(title.substr(0, kLead.size())) == kLead) {
+    title = cleanModelTitle(title.substr(kLead.size()));
+  }
+  if (title.empty()) return std::nullopt;
+  return title;
+}
+
+void FoundationModelClassifier::warmUp(bool includeCustomCategorySchema) {
+  background_.post([this, includeCustomCategorySchema] {
+    const char* schema =
+        includeCustomCategorySchema ? kCombinedClassification : kCategoryClassification;
+    auto report = availability();
+    if (report.availability != ModelAvailability::available) {
+      log::classify(std::string("fm-warmup DONE schema=") + schema +
+                    " availability=" + availabilityText(report.availability));
+      return;
+    }
+    // One token is enough for the server to load the model and keep the
+    // instructions' prefix ready.
+    Answer answer = ask({.instructions = "",
+                         .prompt = arbitrationPrompt({}, false),
+                         .schemaName = schema,
+                         .schemaJSON = includeCustomCategorySchema
+                                           ? combinedClassificationSchema()
+                                           : categoryClassificationSchema(),
+                         .image = std::nullopt,
+                         .temperature = 0,
+                         .maxTokens = 1},
+                        config_.timeoutSeconds);
+    if (answer.timedOut || (!answer.json && !answer.error.empty() &&
+                            answer.error.rfind("the answer is not", 0) != 0)) {
+      log::classify(std::string("fm-warmup DONE schema=") + schema + " ms=" +
+                    std::to_string(answer.ms) + " err=" +
+                    Quoted(answer.timedOut ? "timed out" : answer.error));
+      return;
+    }
+    log::classify(std::string("fm-warmup OK schema=") + schema + " ms=" +
+                  std::to_string(answer.ms));
+  });
+}
+
+std::vector<std::string> FoundationModelClassifier::expandKeywords(
+    const std::string& categoryName, const std::string& description,
+    const std::vector<std::string>& base) {
+  auto report = availability();
+  if (report.availability != ModelAvailability::available) {
+    log::classify("fm-expand SKIP availability=" + availabilityText(report.availability));
+    return {};
+  }
+  log::classify("fm-expand START cat=" + Quoted(categoryName));
+  Answer answer = ask({.instructions = "",
+                       .prompt = keywordExpansionPrompt(categoryName, description, base),
+                       .schemaName = kKeywordExpansion,
+                       .schemaJSON = keywordExpansionSchema(),
+                       .image = std::nullopt,
+                       .temperature = 0.3,
+                       .maxTokens = 200},
+                      config_.expandTimeoutSeconds);
+  if (answer.timedOut) {
+    log::classify("fm-expand TIMEOUT cat=" + Quoted(categoryName) +
+                  " ms=" + std::to_string(answer.ms));
+    return {};
+  }
+  auto keywords = answer.json ? StringField(*answer.json, "keywords") : std::nullopt;
+  if (answer.json && !keywords) answer.error = "the answer lacks keywords";
+  if (!answer.error.empty()) {
+    log::classify("fm-expand ERROR cat=" + Quoted(categoryName) + " ms=" +
+                  std::to_string(answer.ms) + " err=" + Quoted(answer.error));
+    return {};
+  }
+  std::vector<std::string> out;
+  size_t from = 0;
+  while (from <= keywords->size()) {
+    size_t comma = keywords->find(',', from);
+    if (comma == std::string::npos) comma = keywords->size();
+    std::string term = Lower(Trim(keywords->substr(from, comma - from)));
+    from = comma + 1;
+    while (!term.empty() && std::string_view(".;:\"'").find(term.back()) != std::string::npos) {
+      term.pop_back();
+    }
+    while (!term.empty() && std::string_view("\"'").find(term.front()) != std::string::npos) {
+      term.erase(0, 1);
+    }
+    if (term.empty() || term.find_first_of(" \t\n") != std::string::npos) continue;
+    if (std::find(base.begin(), base.end(), term) != base.end()) continue;
+    if (std::find(out.begin(), out.end(), term) != out.end()) continue;
+    out.push_back(term);
+  }
+  log::classify("fm-expand OK cat=" + Quoted(categoryName) + " count=" +
+                std::to_string(out.size()) + " ms=" + std::to_string(answer.ms));
+  return out;
+}
+
+std::optional<ScreenshotCategory> mapModelCategory(const std::string& text, bool* known) {
+  auto category = library::fromRaw<ScreenshotCategory>(Lower(Trim(text)));
+  *known = category.has_value();
+  if (!category || *category == ScreenshotCategory::uncategorized) return std::nullopt;
+  return category;
+}
+
+std::optional<size_t> matchCustomAnswer(long long number, const std::string& name,
+                                        const std::vector<CustomCategoryDescriptor>& categories,
+                                        bool* mismatch) {
+  *mismatch = false;
+  const std::string wanted = Lower(Trim(name));
+  if (number == 0 || wanted.empty()) return std::nullopt;
+  std::optional<size_t> byName;
+  for (size_t i = 0; i < categories.size() && !byName; ++i) {
+    if (Lower(Trim(categories[i].name)) == wanted) byName = i;
+  }
+  std::optional<size_t> byNumber;
+  if (number >= 1 && static_cast<unsigned long long>(number) <= categories.size()) {
+    byNumber = static_cast<size_t>(number - 1);
+  }
+  if (byName && byNumber && *byName != *byNumber) *mismatch = true;
+  return byName ? byName : byNumber;
+}
+
+}  // namespace klipora::intelligence
