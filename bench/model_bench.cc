@@ -30,9 +30,9 @@
 namespace {
 
 using namespace klipora;
-using Clock = std::chrono::steady_clock;
+using Steady = std::chrono::steady_clock;
 
-double Micros(Clock::duration d) { return std::chrono::duration<double, std::micro>(d).count(); }
+double Micros(Steady::duration d) { return std::chrono::duration<double, std::micro>(d).count(); }
 
 double Median(std::vector<double> v) {
   std::sort(v.begin(), v.end());
@@ -87,39 +87,35 @@ int main() {
     return 1;
   }
   const auto url = *parseHttpUrl(server.baseURL());
-  const std::string body =
-      chatCompletionBody({.instructions = "",
-                          .prompt = intelligence::arbitrationPrompt(input, false),
-                          .schemaName = intelligence::kCategoryClassification,
-                          .schemaJSON = intelligence::categoryClassificationSchema(),
-                          .image = std::nullopt,
-                          .temperature = 0,
-                          .maxTokens = 300},
-                         "fake-model");
+  // The request body as the classifier builds it: prompt, schema, JSON.
+  auto buildBody = [&] {
+    return chatCompletionBody({.instructions = "",
+                               .prompt = intelligence::arbitrationPrompt(input, false),
+                               .schemaName = intelligence::kCategoryClassification,
+                               .schemaJSON = intelligence::categoryClassificationSchema(),
+                               .image = std::nullopt,
+                               .temperature = 0,
+                               .maxTokens = 300},
+                              "fake-model");
+  };
+  const std::string body = buildBody();
 
   constexpr int kRounds = 400;
   std::vector<double> full, bare, local;
   for (int i = 0; i < kRounds; ++i) {
-    auto t0 = Clock::now();
+    auto t0 = Steady::now();
     auto a = classifier.arbitrate(input);
-    auto t1 = Clock::now();
+    auto t1 = Steady::now();
     auto r = httpExchange(url, {.method = "POST", .path = "/chat/completions", .body = body,
                                 .timeoutSeconds = 0, .cancel = nullptr});
-    auto t2 = Clock::now();
+    auto t2 = Steady::now();
     // The in-process work of one request: prompt, schema, body, reply.
-    auto request = chatCompletionBody({.instructions = "",
-                                       .prompt = intelligence::arbitrationPrompt(input, false),
-                                       .schemaName = intelligence::kCategoryClassification,
-                                       .schemaJSON = intelligence::categoryClassificationSchema(),
-                                       .image = std::nullopt,
-                                       .temperature = 0,
-                                       .maxTokens = 300},
-                                      "fake-model");
+    auto request = buildBody();
     auto reply = nlohmann::json::parse(r->body);
     auto content = nlohmann::json::parse(reply["choices"][0]["message"]["content"].get<std::string>());
     bool known = false;
     auto mapped = intelligence::mapModelCategory(content["category"], &known);
-    auto t3 = Clock::now();
+    auto t3 = Steady::now();
     if (!a || !r || request.empty() || !known || !mapped) return 1;
     full.push_back(Micros(t1 - t0));
     bare.push_back(Micros(t2 - t1));
@@ -138,13 +134,13 @@ int main() {
   for (int i = 0; i < 64; ++i) texts.push_back(OcrText(2048) + std::to_string(i));
   std::vector<double> rates;
   for (int round = 0; round < 9; ++round) {
-    auto t0 = Clock::now();
+    auto t0 = Steady::now();
     size_t n = 0, dims = 0;
-    while (Clock::now() - t0 < std::chrono::milliseconds(200)) {
+    while (Steady::now() - t0 < std::chrono::milliseconds(200)) {
       dims += embedder->embed(texts[n % texts.size()]).size();
       ++n;
     }
-    const double seconds = std::chrono::duration<double>(Clock::now() - t0).count();
+    const double seconds = std::chrono::duration<double>(Steady::now() - t0).count();
     if (dims == 0) return 1;
     rates.push_back(double(n) / seconds);
   }
