@@ -5,6 +5,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <nlohmann/json.hpp>
 
 #include "cli/testing/run_klipora.h"
@@ -71,6 +72,24 @@ TEST_F(CategoriesCliTest, AddApplyAndFileNewScreenshots) {
   r = klipora({"import", "--wait",
                screenshot("listing.png", "Dealer listing: blue car, one owner\nCall the dealer")});
   ASSERT_EQ(r.exitCode, 0) << r.out << r.err;
+  EXPECT_EQ(categories()[0]["items"], 2);
+
+  // Corrections: out of the category, and into it.
+  r = klipora({"list", "--json"});
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  std::map<std::string, std::string> ids;
+  for (const auto& item : json::parse(r.out)) ids[item["originalFilename"]] = item["id"];
+  ASSERT_EQ(ids.size(), 3u) << r.out;
+  r = klipora({"categories", "unfile", ids["listing.png"]});
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_EQ(r.out, "Took 1 screenshot out of their category.\n");
+  std::ifstream defaults(home_ + "/defaults.json");
+  std::string saved((std::istreambuf_iterator<char>(defaults)), {});
+  EXPECT_NE(saved.find("CustomCategoryLearner.antiExemplars."), std::string::npos) << saved;
+  r = klipora({"categories", "file", "Cars", ids["code.png"], "nonsense", "--json"});
+  EXPECT_EQ(r.exitCode, 1);
+  EXPECT_NE(r.err.find("no screenshot with id nonsense"), std::string::npos) << r.err;
+  EXPECT_EQ(json::parse(r.out)["moved"], (json{ids["code.png"]}));
   EXPECT_EQ(categories()[0]["items"], 2);
 
   r = klipora({"categories", "add", "cars", "--description", "again"});

@@ -1,9 +1,12 @@
 // klipora categories [list] | add NAME --description TEXT | rename CAT NAME |
-// describe CAT TEXT | delete CAT | apply CAT: the user's own categories. A
+// describe CAT TEXT | delete CAT | apply CAT | file CAT ID… | unfile ID…: the
+// user's own categories. A
 // category is a name and a short rule in the user's words; its keywords and
 // centroid are built from the rule (and the model server's suggestions,
 // when one is set). `apply` sorts the screenshots already in the library
-// into it. CAT is an id or a name. A running daemon is told of each change.
+// into it; `file` and `unfile` are the user's corrections, which the
+// category learns from. CAT is an id or a name. A running daemon is told of
+// each change.
 #include <CLI/CLI.hpp>
 #include <iostream>
 
@@ -12,6 +15,7 @@
 #include "cli/command_registry.h"
 #include "cli/daemon_client.h"
 #include "intelligence/custom_category_catalog.h"
+#include "intelligence/custom_category_learner.h"
 #include "intelligence/custom_category_sorter.h"
 #include "intelligence/semantic_custom_category_matcher.h"
 #include "library/record_json.h"
@@ -203,6 +207,59 @@ int RunApply(CliSession& session, const std::string& which, bool json) {
   return kExitOk;
 }
 
+// Files screenshots under `which` (or, without it, takes them out of their
+// category) and lets the categories concerned learn from the move.
+int RunFile(CliSession& session, const std::optional<std::string>& which,
+            const std::vector<std::string>& ids, bool json) {
+  if (!session.openLibrary()) return session.exitCode;
+  Categories c(session);
+  std::optional<std::shared_ptr<CustomCategory>> target;
+  if (which) {
+    auto found = c.catalog.find(*which);
+    if (!found) return Fail("cannot file into the category", found.error());
+    target = *found;
+  }
+  std::vector<intelligence::CustomCategoryLearner::Move> leaving, joining;
+  int status = kExitOk;
+  Json moved = Json::array();
+  for (const auto& text : ids) {
+    auto id = UUID::Parse(text);
+    auto item = id ? session.context().fetchByKey<library::ScreenshotItem>(id->uuidString())
+                   : klipora::Result<std::shared_ptr<library::ScreenshotItem>>(nullptr);
+    if (!item || !*item || (*item)->isTrashed()) {
+      std::cerr << "klipora: no screenshot with id " << text << "\n";
+      status = kExitFailure;
+      continue;
+    }
+    auto& screenshot = **item;
+    const std::optional<UUID> before = screenshot.customCategoryID;
+    const std::optional<UUID> after = target ? std::optional<UUID>((*target)->id) : std::nullopt;
+    if (before == after) continue;
+    const std::string ocr = screenshot.ocrText.value_or("");
+    if (before) leaving.emplace_back(screenshot.id, *before, ocr);
+    if (after) joining.emplace_back(screenshot.id, *after, ocr);
+    screenshot.customCategoryID = after;
+    moved.push_back(screenshot.id.uuidString());
+  }
+  if (Status s = session.context().save(); !s.ok()) return Fail("cannot save the filing", s);
+  intelligence::CustomCategoryLearner learner(session.context(), session.platform().mainLoop,
+                                              *c.models.categoryEmbedder, session.userDefaults());
+  learner.retrain(leaving, joining);
+  learner.runPendingNow();
+  TellDaemon(session);
+  if (json) {
+    printJson(Json{{"category", target ? Json((*target)->id.uuidString()) : Json(nullptr)},
+                   {"moved", moved}});
+  } else if (target) {
+    std::cout << "Filed " << moved.size() << " screenshot" << (moved.size() == 1 ? "" : "s")
+              << " into \"" << (*target)->name << "\".\n";
+  } else {
+    std::cout << "Took " << moved.size() << " screenshot" << (moved.size() == 1 ? "" : "s")
+              << " out of their category.\n";
+  }
+  return status;
+}
+
 }  // namespace
 
 KLIPORA_COMMAND(categories) {
@@ -252,6 +309,24 @@ KLIPORA_COMMAND(categories) {
   apply->add_option("category", *which, "Its id or name")->required();
   apply->add_flag("--json", *json, "Print the result as JSON");
   apply->callback([&session, which, json] { session.exitCode = RunApply(session, *which, *json); });
+
+  auto* file = cmd->add_subcommand("file", "File screenshots under a category (it learns from it)");
+  auto target = std::make_shared<std::string>();
+  auto ids = std::make_shared<std::vector<std::string>>();
+  file->add_option("category", *target, "Its id or name")->required();
+  file->add_option("ids", *ids, "Screenshot ids")->required();
+  file->add_flag("--json", *json, "Print the result as JSON");
+  file->callback([&session, target, ids, json] {
+    session.exitCode = RunFile(session, *target, *ids, *json);
+  });
+  auto* unfile = cmd->add_subcommand(
+      "unfile", "Take screenshots out of their category (look-alikes then stay out too)");
+  auto unfiled = std::make_shared<std::vector<std::string>>();
+  unfile->add_option("ids", *unfiled, "Screenshot ids")->required();
+  unfile->add_flag("--json", *json, "Print the result as JSON");
+  unfile->callback([&session, unfiled, json] {
+    session.exitCode = RunFile(session, std::nullopt, *unfiled, *json);
+  });
 
   cmd->callback([&session, cmd, json] {
     if (cmd->get_subcommands().empty()) session.exitCode = RunList(session, *json);

@@ -1,20 +1,10 @@
 #include "intelligence/custom_category_catalog.h"
 
 #include "library/screenshot_item.h"
+#include "intelligence/text_words.h"
 #include "library/search_text.h"
 
 namespace klipora::intelligence {
-namespace {
-
-std::string Trim(const std::string& text) {
-  constexpr const char* kBlanks = " \t\r\n\f\v";
-  size_t from = text.find_first_not_of(kBlanks);
-  if (from == std::string::npos) return "";
-  return text.substr(from, text.find_last_not_of(kBlanks) - from + 1);
-}
-
-}  // namespace
-
 void CustomCategoryCatalog::post(const char* name) {
   if (notifications_) notifications_->post(name);
 }
@@ -32,7 +22,7 @@ Result<std::shared_ptr<library::CustomCategory>> CustomCategoryCatalog::find(
     if (byID) return byID;
   }
   ASSIGN_OR_RETURN(auto all, list());
-  const std::string wanted = library::lowercased(Trim(idOrName));
+  const std::string wanted = library::lowercased(trimBlanks(idOrName));
   for (const auto& c : all) {
     if (library::lowercased(c->name) == wanted) return c;
   }
@@ -40,9 +30,9 @@ Result<std::shared_ptr<library::CustomCategory>> CustomCategoryCatalog::find(
 }
 
 Status CustomCategoryCatalog::checkName(const std::string& name, const UUID* except) {
-  if (Trim(name).empty()) return Status::InvalidArgument("a category needs a name");
+  if (trimBlanks(name).empty()) return Status::InvalidArgument("a category needs a name");
   ASSIGN_OR_RETURN(auto all, list());
-  const std::string wanted = library::lowercased(Trim(name));
+  const std::string wanted = library::lowercased(trimBlanks(name));
   for (const auto& c : all) {
     if ((!except || c->id != *except) && library::lowercased(c->name) == wanted) {
       return Status::AlreadyExists("a category named \"" + c->name + "\" exists already");
@@ -55,9 +45,9 @@ Result<std::shared_ptr<library::CustomCategory>> CustomCategoryCatalog::create(
     const std::string& name, const std::string& description) {
   RETURN_IF_ERROR(checkName(name, nullptr));
   auto category = std::make_shared<library::CustomCategory>();
-  category->name = Trim(name);
+  category->name = std::string(trimBlanks(name));
   category->createdAt = clock_.now();
-  category->categoryDescription = Trim(description);
+  category->categoryDescription = std::string(trimBlanks(description));
   context_.insert(category);
   RETURN_IF_ERROR(context_.save());
   post(notifications::kCustomCategoriesDidChange);
@@ -69,7 +59,7 @@ Result<std::shared_ptr<library::CustomCategory>> CustomCategoryCatalog::create(
 Status CustomCategoryCatalog::rename(const UUID& id, const std::string& name) {
   ASSIGN_OR_RETURN(auto category, find(id.uuidString()));
   RETURN_IF_ERROR(checkName(name, &id));
-  category->name = Trim(name);
+  category->name = std::string(trimBlanks(name));
   RETURN_IF_ERROR(context_.save());
   post(notifications::kCustomCategoriesDidChange);
   return Status::Ok();
@@ -77,7 +67,7 @@ Status CustomCategoryCatalog::rename(const UUID& id, const std::string& name) {
 
 Status CustomCategoryCatalog::changeDescription(const UUID& id, const std::string& description) {
   ASSIGN_OR_RETURN(auto category, find(id.uuidString()));
-  category->categoryDescription = Trim(description);
+  category->categoryDescription = std::string(trimBlanks(description));
   RETURN_IF_ERROR(context_.save());
   post(notifications::kCustomCategoriesDidChange);
   RETURN_IF_ERROR(keywords_.buildAndEnrich(id, *category->categoryDescription, context_));

@@ -12,13 +12,6 @@
 namespace klipora::intelligence {
 namespace {
 
-std::string Trim(std::string_view text) {
-  constexpr std::string_view kBlanks = " \t\r\n\f\v";
-  size_t from = text.find_first_not_of(kBlanks);
-  if (from == std::string_view::npos) return "";
-  return std::string(text.substr(from, text.find_last_not_of(kBlanks) - from + 1));
-}
-
 std::string Describe(const library::CustomCategory& category) {
   return "\"" + category.name + "\"";
 }
@@ -46,7 +39,7 @@ std::vector<std::string> CustomCategoryKeywordBuilder::sanitize(
     const std::vector<std::string>& terms) {
   std::vector<std::string> out;
   for (const auto& term : terms) {
-    std::string t = library::lowercased(library::validUtf8(Trim(term)));
+    std::string t = library::lowercased(library::validUtf8(trimBlanks(term)));
     if (characterCount(t) < 3) continue;
     if (std::find(kKeywordStopWords.begin(), kKeywordStopWords.end(), t) !=
         kKeywordStopWords.end()) {
@@ -135,7 +128,7 @@ Status CustomCategoryKeywordBuilder::buildAndEnrich(const UUID& categoryID,
   if (!category) return category.error();
   if (!*category) return Status::Ok();
   const std::string name = (*category)->name;
-  const std::string source = Trim(description).empty() ? name : description;
+  const std::string source = trimBlanks(description).empty() ? name : description;
   std::vector<std::string> base = extract(source);
   auto stored = storeIfCurrent(categoryID, description, base, computeCentroid(base, source),
                                context, "kw-build");
@@ -179,10 +172,9 @@ Status CustomCategoryKeywordBuilder::healAfterSync(const UUID& categoryID,
   }
   if (c.embeddingData && !decodeCentroid(*c.embeddingData).empty()) return Status::Ok();
   log::classify("kw-heal cat=" + Describe(c) + " synced keywords but no local centroid — computing");
+  const std::string source = trimBlanks(description).empty() ? c.name : description;
   auto stored = storeIfCurrent(categoryID, description, keywords,
-                               computeCentroid(keywords, Trim(description).empty() ? c.name
-                                                                                  : description),
-                               context, "kw-heal");
+                               computeCentroid(keywords, source), context, "kw-heal");
   return stored ? Status::Ok() : stored.error();
 }
 

@@ -8,6 +8,7 @@
 
 #include "intelligence/foundation_model_prompts.h"
 #include "intelligence/generated_title.h"
+#include "intelligence/text_words.h"
 #include "platform/log.h"
 
 namespace klipora::intelligence {
@@ -26,12 +27,7 @@ std::string Lower(std::string text) {
   return text;
 }
 
-std::string Trim(const std::string& text) {
-  constexpr const char* kBlanks = " \t\r\n\f\v";
-  size_t from = text.find_first_not_of(kBlanks);
-  if (from == std::string::npos) return "";
-  return text.substr(from, text.find_last_not_of(kBlanks) - from + 1);
-}
+std::string Trim(std::string_view text) { return std::string(trimBlanks(text)); }
 
 std::optional<std::string> StringField(const Json& object, const char* name) {
   auto it = object.find(name);

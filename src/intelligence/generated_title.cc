@@ -16,12 +16,6 @@ constexpr std::array<std::string_view, 10> kQuotes = {
 
 bool IsBlank(char c) { return kBlanks.find(c) != std::string_view::npos; }
 
-std::string_view Trim(std::string_view text) {
-  size_t from = text.find_first_not_of(kBlanks);
-  if (from == std::string_view::npos) return {};
-  return text.substr(from, text.find_last_not_of(kBlanks) - from + 1);
-}
-
 // Strips quotes from both ends, and blanks they enclosed, until none is left.
 std::string_view Unquote(std::string_view text) {
   bool stripped = true;
@@ -29,11 +23,11 @@ std::string_view Unquote(std::string_view text) {
     stripped = false;
     for (std::string_view quote : kQuotes) {
       if (text.starts_with(quote)) {
-        text = Trim(text.substr(quote.size()));
+        text = trimBlanks(text.substr(quote.size()));
         stripped = true;
       }
       if (text.ends_with(quote)) {
-        text = Trim(text.substr(0, text.size() - quote.size()));
+        text = trimBlanks(text.substr(0, text.size() - quote.size()));
         stripped = true;
       }
     }
@@ -79,8 +73,8 @@ std::string LocalDay(Date date) {
 }  // namespace
 
 std::string cleanModelTitle(std::string_view title) {
-  std::string_view text = Unquote(Trim(title));
-  if (StartsWithIgnoringCase(text, "title:")) text = Unquote(Trim(text.substr(6)));
+  std::string_view text = Unquote(trimBlanks(title));
+  if (StartsWithIgnoringCase(text, "title:")) text = Unquote(trimBlanks(text.substr(6)));
   std::string cleaned = CollapseBlanks(text);
   while (!cleaned.empty() && cleaned.back() == ' ') cleaned.pop_back();
   if (cleaned.ends_with('.') && !cleaned.ends_with("..")) {
