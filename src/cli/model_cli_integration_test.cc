@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 
 #include "cli/testing/run_klipora.h"
+#include "platform/linux/testing/text_images.h"
 #include "platform/testing/fake_model_server.h"
 #include "platform/testing/temp_dir.h"
 
@@ -93,6 +94,45 @@ TEST_F(ModelCliTest, ServerDownIsUnreachable) {
   EXPECT_NE(r.out.find("Model: no usable answer (unavailable(serverUnreachable)"),
             std::string::npos)
       << r.out;
+}
+
+// Processing asks the model once the rules have spoken: the model's category
+// and title land on the item, and its combined answer files the screenshot
+// under the user's category.
+TEST_F(ModelCliTest, ProcessingTakesTheModelsAnswer) {
+  FakeModelServer server;
+  server.setChatContent({{"category", "design"},
+                         {"explanation", "A design canvas."},
+                         {"customCategoryNumber", 1},
+                         {"customCategoryName", "Mockups"},
+                         {"customExplanation", "A mockup."},
+                         {"title", "Figma onboarding flow"}});
+  ASSERT_EQ(runKlipora(home_, {"model", "use", server.baseURL()}).exitCode, 0);
+  auto r = runKlipora(home_, {"categories", "add", "Mockups", "--description",
+                              "app mockups and wireframes"});
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  testing::TextImageOptions o;
+  o.width = 700;
+  o.height = 200;
+  o.patches.push_back({.text = "Welcome screen\nGet started\nSkip", .font = "DejaVu Sans 14"});
+  const std::string image = dir_.file("shot.png");
+  std::ofstream(image, std::ios::binary) << testing::makeTextImage(o);
+  r = runKlipora(home_, {"import", "--wait", "--json", image});
+  ASSERT_EQ(r.exitCode, 0) << r.out << r.err;
+  json processed = json::parse(r.out)["processed"][0];
+  EXPECT_EQ(processed["category"], "design");
+  EXPECT_EQ(processed["title"], "Figma onboarding flow");
+  r = runKlipora(home_, {"categories", "list", "--json"});
+  EXPECT_EQ(json::parse(r.out)[0]["items"], 1) << r.out;
+  // The request carried the screenshot and the user's category.
+  auto sent = server.chatRequests();
+  ASSERT_FALSE(sent.empty());
+  const json content = sent.back().body["messages"][1]["content"];
+  ASSERT_TRUE(content.is_array());
+  EXPECT_NE(content[0]["text"].get<std::string>().find("User-defined categories:\n1. Mockups"),
+            std::string::npos);
+  EXPECT_TRUE(content[1]["image_url"]["url"].get<std::string>().starts_with(
+      "data:image/jpeg;base64,"));
 }
 
 }  // namespace
