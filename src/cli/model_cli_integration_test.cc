@@ -2,9 +2,11 @@
 // server at all, against the fake server, and with a server that is down.
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
 
+#include "cli/testing/daemon_process.h"
 #include "cli/testing/run_klipora.h"
 #include "platform/linux/testing/text_images.h"
 #include "platform/testing/fake_model_server.h"
@@ -133,6 +135,47 @@ TEST_F(ModelCliTest, ProcessingTakesTheModelsAnswer) {
             std::string::npos);
   EXPECT_TRUE(content[1]["image_url"]["url"].get<std::string>().starts_with(
       "data:image/jpeg;base64,"));
+}
+
+// A running daemon takes the server set with `klipora model use` at once,
+// and goes back to the rules alone after `klipora model off`.
+TEST_F(ModelCliTest, ARunningDaemonFollowsModelUseAndOff) {
+  const std::string runtime = dir_.file("runtime");
+  std::filesystem::create_directories(runtime);
+  auto klipora = [&](const std::vector<std::string>& args) {
+    return runKlipora(home_, args, "XDG_RUNTIME_DIR=" + runtime);
+  };
+  auto shot = [&](const std::string& name, const std::string& text) {
+    testing::TextImageOptions o;
+    o.width = 700;
+    o.height = 200;
+    o.patches.push_back({.text = text, .font = "DejaVu Sans 14"});
+    std::string path = dir_.file(name);
+    std::ofstream(path, std::ios::binary) << testing::makeTextImage(o);
+    return path;
+  };
+  FakeModelServer server;
+  server.setChatContent(
+      {{"category", "travel"}, {"explanation", "A boarding pass."}, {"title", "Lisbon boarding pass"}});
+  testing::DaemonProcess daemon(home_, runtime);
+  ASSERT_TRUE(daemon.waitForOutput("Press Ctrl-C")) << daemon.errors();
+
+  auto r = klipora({"model", "use", server.baseURL()});
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  r = klipora({"import", "--wait", "--json", shot("a.png", "Gate 12 Seat 14C Boarding 09:40")});
+  ASSERT_EQ(r.exitCode, 0) << r.out << r.err;
+  EXPECT_EQ(json::parse(r.out)["processed"][0]["title"], "Lisbon boarding pass") << r.out;
+  EXPECT_FALSE(server.chatRequests().empty());
+
+  r = klipora({"model", "off"});
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  const size_t asked = server.requests().size();
+  r = klipora({"import", "--wait", "--json", shot("b.png", "Gate 7 Seat 2A Boarding 11:05")});
+  ASSERT_EQ(r.exitCode, 0) << r.out << r.err;
+  EXPECT_NE(json::parse(r.out)["processed"][0]["title"], "Lisbon boarding pass") << r.out;
+  EXPECT_EQ(server.requests().size(), asked);  // nothing sent once the endpoint is gone
+  daemon.signal(SIGTERM);
+  EXPECT_EQ(daemon.wait(), 0);
 }
 
 }  // namespace

@@ -85,15 +85,20 @@ FoundationModelClassifier::FoundationModelClassifier(LanguageModel& model, Clock
 
 ModelAvailabilityReport FoundationModelClassifier::availability() {
   const double now = clock_.monotonicSeconds();
+  // A new endpoint (`klipora model use`) is asked at once.
+  const ModelEndpoint endpoint = model_.endpoint();
+  const std::string key = endpoint.baseURL + "\n" + endpoint.modelName;
   {
     std::lock_guard lock(mutex_);
-    if (availability_ && now - availabilityCheckedAt_ < config_.availabilityCacheSeconds) {
+    if (availability_ && availabilityKey_ == key &&
+        now - availabilityCheckedAt_ < config_.availabilityCacheSeconds) {
       return *availability_;
     }
   }
   ModelAvailabilityReport report = model_.availability();
   std::lock_guard lock(mutex_);
   availability_ = report;
+  availabilityKey_ = key;
   availabilityCheckedAt_ = now;
   return report;
 }

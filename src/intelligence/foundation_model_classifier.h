@@ -44,7 +44,8 @@ class FoundationModelClassifier final : public ModelArbiter {
                             FoundationModelClassifierConfig config = {});
 
   bool isAvailable() override;
-  // Availability, cached for config.availabilityCacheSeconds.
+  // Availability, cached for config.availabilityCacheSeconds while the
+  // endpoint stays the same.
   ModelAvailabilityReport availability();
   void warmUp(bool includeCustomCategorySchema) override;
   std::optional<BuiltinArbitration> arbitrate(const ArbitrationInput& input) override;
@@ -68,6 +69,7 @@ class FoundationModelClassifier final : public ModelArbiter {
   const FoundationModelClassifierConfig config_;
   std::mutex mutex_;
   std::optional<ModelAvailabilityReport> availability_;
+  std::string availabilityKey_;  // the endpoint it was asked of
   double availabilityCheckedAt_ = 0;
   // Set once the server refused a request with an image: later requests
   // go without one.

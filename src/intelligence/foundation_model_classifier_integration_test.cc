@@ -183,11 +183,13 @@ TEST_F(FoundationModelClassifierTest, UnavailableModelIsNeverAsked) {
   EXPECT_TRUE(log_.contains("[CLASSIFY] fm-combined SKIP availability=unavailable(notConfigured)"));
   EXPECT_TRUE(log_.contains("[CLASSIFY] fm-expand SKIP availability=unavailable(notConfigured)"));
 
-  // Availability is trusted for a while, then asked again.
+  // A new endpoint is asked at once; an answer is trusted for a while.
   endpoint_ = server_.baseURL();
-  EXPECT_FALSE(classifier_.isAvailable());
-  clock_.advance(11);
   EXPECT_TRUE(classifier_.isAvailable());
+  server_.setScript([](const FakeModelRequest&) { return FakeModelServer::modelsReply({}); });
+  EXPECT_TRUE(classifier_.isAvailable());
+  clock_.advance(11);
+  EXPECT_FALSE(classifier_.isAvailable());
 }
 
 TEST_F(FoundationModelClassifierTest, ServerDownIsUnreachable) {
