@@ -5,7 +5,6 @@
 #include "app/watcher_service.h"
 #include "intelligence/classification_service.h"
 #include "intelligence/semantic_custom_category_matcher.h"
-#include "library/settings_store.h"
 #include "platform/notification_center.h"
 #include "intelligence/model_arbiter.h"
 #include "platform/log.h"
@@ -42,11 +41,12 @@ class ProcessingService final : public ProcessingQueueService {
                                 env_.fileSystem, env_.imageCodec, workers_);
     arbiter_ = platform.arbiter ? platform.arbiter : models_.arbiter.get();
     TextEmbedder& embedder = platform.embedder ? *platform.embedder : *models_.embedder;
+    // New screenshots are always matched; the setting
+    // customCategoryAutoAssignEnabled decides only whether a new or changed
+    // category also takes the screenshots already there (`klipora
+    // categories`).
     custom_ = std::make_unique<intelligence::SemanticCustomCategoryMatcher>(
-        context, *models_.categoryEmbedder, &env_.userDefaults, [&context] {
-          auto settings = library::fetchOrCreateSettings(context);
-          return !settings || (*settings)->customCategoryAutoAssignEnabled;
-        });
+        context, *models_.categoryEmbedder, &env_.userDefaults);
     queue_ = std::make_unique<processing::ProcessingQueue>(processing::ProcessingQueueDeps{
         .context = context,
         .saver = saver,

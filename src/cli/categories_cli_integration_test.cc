@@ -52,6 +52,9 @@ TEST_F(CategoriesCliTest, AddApplyAndFileNewScreenshots) {
                                            "error[E0308]: mismatched types")});
   ASSERT_EQ(r.exitCode, 0) << r.out << r.err;
 
+  // Existing screenshots only on request.
+  r = klipora({"settings", "set", "customCategoryAutoAssignEnabled", "false"});
+  ASSERT_EQ(r.exitCode, 0) << r.err;
   r = klipora({"categories", "add", "Cars", "--description",
                "photos of my car and car dealer listings", "--json"});
   ASSERT_EQ(r.exitCode, 0) << r.err;
@@ -60,6 +63,7 @@ TEST_F(CategoriesCliTest, AddApplyAndFileNewScreenshots) {
   EXPECT_EQ(cars["keywords"], (json{"car", "dealer", "listing"}));
   EXPECT_EQ(cars["centroid"], true);
   EXPECT_EQ(cars["items"], 0);
+  EXPECT_TRUE(cars["filed"].is_null());
 
   r = klipora({"categories", "apply", "Cars"});
   ASSERT_EQ(r.exitCode, 0) << r.err;
@@ -68,7 +72,7 @@ TEST_F(CategoriesCliTest, AddApplyAndFileNewScreenshots) {
   EXPECT_EQ(r.out, "Filed 1 screenshot into \"Cars\".\n");
   EXPECT_EQ(categories()[0]["items"], 1);
 
-  // A new screenshot is filed while it is processed.
+  // A new screenshot is filed while it is processed, setting or not.
   r = klipora({"import", "--wait",
                screenshot("listing.png", "Dealer listing: blue car, one owner\nCall the dealer")});
   ASSERT_EQ(r.exitCode, 0) << r.out << r.err;
@@ -95,6 +99,18 @@ TEST_F(CategoriesCliTest, AddApplyAndFileNewScreenshots) {
   r = klipora({"categories", "add", "cars", "--description", "again"});
   EXPECT_EQ(r.exitCode, 2);
   EXPECT_NE(r.err.find("a category named \"Cars\" exists already"), std::string::npos) << r.err;
+}
+
+TEST_F(CategoriesCliTest, WithAutomaticAssignmentANewCategoryTakesExistingScreenshots) {
+  auto r = klipora({"import", "--wait",
+                    screenshot("dealer.png", "Dealer listing: blue car, one owner\nCall the dealer")});
+  ASSERT_EQ(r.exitCode, 0) << r.out << r.err;
+  r = klipora({"categories", "add", "Cars", "--description", "car dealer listings", "--json"});
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_EQ(json::parse(r.out)["filed"], 1);
+  EXPECT_NE(r.err.find("Sorting into \"Cars\": 100% (1 of 1), 1 filed"), std::string::npos)
+      << r.err;
+  EXPECT_EQ(categories()[0]["items"], 1);
 }
 
 TEST_F(CategoriesCliTest, RenameDescribeDeleteAndMistakes) {

@@ -4,7 +4,9 @@
 // category is a name and a short rule in the user's words; its keywords and
 // centroid are built from the rule (and the model server's suggestions,
 // when one is set). `apply` sorts the screenshots already in the library
-// into it; `file` and `unfile` are the user's corrections, which the
+// into it, as `add` and `describe` do at once while automatic assignment
+// (customCategoryAutoAssignEnabled) is on; new screenshots are matched
+// either way. `file` and `unfile` are the user's corrections, which the
 // category learns from. CAT is an id or a name. A running daemon is told of
 // each change.
 #include <CLI/CLI.hpp>
@@ -77,6 +79,10 @@ class MatcherScorer final : public intelligence::CustomSortScorer {
   intelligence::SemanticCustomCategoryMatcher& matcher_;
 };
 
+std::optional<int64_t> AutoSort(CliSession& session, Categories& c,
+                                const CustomCategory& category);
+std::string FiledLine(int64_t count, const std::string& name);
+
 void TellDaemon(CliSession& session) {
   if (runningDaemon(session)) (void)runLibraryRequest(session, app::makeRequest("reload"), 10);
 }
@@ -136,11 +142,15 @@ int RunAdd(CliSession& session, const std::string& name, const std::string& desc
   Categories c(session);
   auto category = c.catalog.create(name, description);
   if (!category) return Fail("cannot add the category", category.error());
+  auto filed = AutoSort(session, c, **category);
   TellDaemon(session);
   if (json) {
-    printJson(CategoryJson(c, **category));
+    auto out = CategoryJson(c, **category);
+    out["filed"] = filed ? Json(*filed) : Json(nullptr);
+    printJson(out);
   } else {
     PrintCategory(c, **category);
+    if (filed) std::cout << FiledLine(*filed, (*category)->name) << "\n";
   }
   return kExitOk;
 }
@@ -168,15 +178,57 @@ int RunChange(CliSession& session, const std::string& action, const std::string&
   Status changed = action == "rename" ? c.catalog.rename(id, value)
                                       : c.catalog.changeDescription(id, value);
   if (!changed.ok()) return Fail("cannot " + action + " the category", changed);
-  TellDaemon(session);
   auto updated = c.catalog.find(id.uuidString());
   if (!updated) return Fail("cannot read the category", updated.error());
+  // A new rule may take screenshots the old one left.
+  std::optional<int64_t> filed;
+  if (action == "describe") filed = AutoSort(session, c, **updated);
+  TellDaemon(session);
   if (json) {
-    printJson(CategoryJson(c, **updated));
+    auto out = CategoryJson(c, **updated);
+    if (action == "describe") out["filed"] = filed ? Json(*filed) : Json(nullptr);
+    printJson(out);
   } else {
     PrintCategory(c, **updated);
+    if (filed) std::cout << FiledLine(*filed, (*updated)->name) << "\n";
   }
   return kExitOk;
+}
+
+// Sorts the library's screenshots into `category`, with a progress line per
+// batch on standard error.
+klipora::Result<intelligence::CustomCategorySorter::Result> SortInto(
+    CliSession& session, Categories& c, const CustomCategory& category) {
+  intelligence::SemanticCustomCategoryMatcher matcher(session.context(),
+                                                      *c.models.categoryEmbedder,
+                                                      &session.userDefaults());
+  matcher.reload();
+  MatcherScorer scorer(matcher);
+  intelligence::CustomCategorySorter sorter(session.context(), session.platform().clock, scorer);
+  const std::string name = category.name;
+  return sorter.sort(category.id, [&](const intelligence::CustomSortProgress& p) {
+    std::cerr << "Sorting into \"" << name << "\": " << static_cast<int>(p.fraction() * 100)
+              << "% (" << p.examined << " of " << p.total << "), " << p.assigned << " filed\n";
+  });
+}
+
+std::string FiledLine(int64_t count, const std::string& name) {
+  return "Filed " + std::to_string(count) + " screenshot" + (count == 1 ? "" : "s") +
+         " into \"" + name + "\".";
+}
+
+// With automatic assignment on, a new or changed category takes the
+// screenshots already in the library at once; off, only on request.
+std::optional<int64_t> AutoSort(CliSession& session, Categories& c,
+                                const CustomCategory& category) {
+  if (!session.settings().customCategoryAutoAssignEnabled) return std::nullopt;
+  auto result = SortInto(session, c, category);
+  if (!result) {
+    std::cerr << "klipora: cannot sort the library into \"" << category.name
+              << "\": " << result.error().message() << "\n";
+    return std::nullopt;
+  }
+  return result->assigned;
 }
 
 int RunApply(CliSession& session, const std::string& which, bool json) {
@@ -184,25 +236,15 @@ int RunApply(CliSession& session, const std::string& which, bool json) {
   Categories c(session);
   auto category = c.catalog.find(which);
   if (!category) return Fail("cannot apply the category", category.error());
-  const std::string name = (*category)->name;
-  intelligence::SemanticCustomCategoryMatcher matcher(session.context(), *c.models.categoryEmbedder,
-                                                      &session.userDefaults(), nullptr);
-  matcher.reload();
-  MatcherScorer scorer(matcher);
-  intelligence::CustomCategorySorter sorter(session.context(), session.platform().clock, scorer);
-  auto result = sorter.sort((*category)->id, [&](const intelligence::CustomSortProgress& p) {
-    std::cerr << "Sorting into \"" << name << "\": " << static_cast<int>(p.fraction() * 100)
-              << "% (" << p.examined << " of " << p.total << "), " << p.assigned << " filed\n";
-  });
-  if (!result) return Fail("cannot sort into \"" + name + "\"", result.error());
+  auto result = SortInto(session, c, **category);
+  if (!result) return Fail("cannot sort into \"" + (*category)->name + "\"", result.error());
   TellDaemon(session);
   if (json) {
     printJson(Json{{"id", (*category)->id.uuidString()},
                    {"assigned", result->assigned},
                    {"cancelled", result->cancelled}});
   } else {
-    std::cout << "Filed " << result->assigned << " screenshot" << (result->assigned == 1 ? "" : "s")
-              << " into \"" << name << "\".\n";
+    std::cout << FiledLine(result->assigned, (*category)->name) << "\n";
   }
   return kExitOk;
 }

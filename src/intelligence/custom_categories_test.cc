@@ -221,7 +221,7 @@ TEST_F(CustomCategoriesTest, MatcherFilesLikelyScreensAndLeavesOthers) {
   model_.available = false;
   auto cars = *catalog_->create("Cars", "photos of my car and car dealer listings");
   auto food = *catalog_->create("Food", "vegetarian recipes for dinner");
-  SemanticCustomCategoryMatcher matcher(*context_, *embedder_, nullptr, nullptr);
+  SemanticCustomCategoryMatcher matcher(*context_, *embedder_, nullptr);
   auto verdict = [&](const std::string& text) -> std::optional<UUID> {
     auto match = matcher.match({.ocrText = text, .classificationLabels = {}, .featurePrint = {}});
     return match ? std::optional<UUID>(match->id) : std::nullopt;
@@ -253,18 +253,12 @@ TEST_F(CustomCategoriesTest, MatcherFilesLikelyScreensAndLeavesOthers) {
   ASSERT_TRUE(defaults.setStringList(antiExemplarKey(cars->id),
                                      {"Listing #4411: blue car, one owner, dealer warranty"})
                   .ok());
-  SemanticCustomCategoryMatcher learned(*context_, *embedder_, &defaults, nullptr);
+  SemanticCustomCategoryMatcher learned(*context_, *embedder_, &defaults);
   learned.reload();
   auto again = learned.match({.ocrText = "Listing #4412: blue car, one owner, dealer warranty",
                               .classificationLabels = {},
                               .featurePrint = {}});
   EXPECT_FALSE(again && again->id == cars->id);
-
-  // Automatic filing off: nothing is matched on its own.
-  SemanticCustomCategoryMatcher off(*context_, *embedder_, nullptr, [] { return false; });
-  EXPECT_TRUE(off.categories().empty());
-  EXPECT_FALSE(off.match({.ocrText = "car dealer listing", .classificationLabels = {},
-                          .featurePrint = {}}));
 }
 
 class ListScorer final : public CustomSortScorer {

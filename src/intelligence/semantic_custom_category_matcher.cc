@@ -58,17 +58,14 @@ std::string antiExemplarKey(const UUID& categoryID) {
 
 struct SemanticCustomCategoryMatcher::References {
   std::vector<Category> categories;
-  bool autoAssign = true;
 };
 
 SemanticCustomCategoryMatcher::SemanticCustomCategoryMatcher(library::ModelContext& context,
                                                              TextEmbedder& embedder,
-                                                             UserDefaults* defaults,
-                                                             std::function<bool()> autoAssign)
+                                                             UserDefaults* defaults)
     : context_(context),
       embedder_(embedder),
       defaults_(defaults),
-      autoAssign_(std::move(autoAssign)),
       references_(std::make_shared<References>()) {}
 
 SemanticCustomCategoryMatcher::~SemanticCustomCategoryMatcher() = default;
@@ -84,7 +81,6 @@ void SemanticCustomCategoryMatcher::reload() {
     if (!stale_) return;
   }
   auto refs = std::make_shared<References>();
-  refs->autoAssign = autoAssign_ ? autoAssign_() : true;
   library::FetchDescriptor ordered;
   ordered.sortBy = "createdAt ASC";
   auto rows = context_.fetch<library::CustomCategory>(ordered);
@@ -145,7 +141,6 @@ std::vector<CustomCategoryDescriptor> SemanticCustomCategoryMatcher::categories(
   reload();
   auto refs = references();
   std::vector<CustomCategoryDescriptor> out;
-  if (!refs->autoAssign) return out;
   for (const auto& c : refs->categories) out.push_back(c.descriptor);
   return out;
 }
@@ -193,8 +188,6 @@ std::vector<CustomCategoryScore> SemanticCustomCategoryMatcher::scores(
 }
 
 std::optional<CustomMatch> SemanticCustomCategoryMatcher::match(const CustomMatchInput& input) {
-  auto refs = references();
-  if (!refs->autoAssign) return std::nullopt;
   std::optional<CustomCategoryScore> best;
   for (const auto& s : scores(input)) {
     if (s.matches && (!best || s.score > best->score)) best = s;

@@ -55,10 +55,9 @@ std::string antiExemplarKey(const UUID& categoryID);
 
 class SemanticCustomCategoryMatcher final : public CustomCategoryMatcher {
  public:
-  // `autoAssign` tells whether new screenshots may be filed on their own
-  // (the setting customCategoryAutoAssignEnabled).
+  // `defaults` holds the learner's anti-exemplars (null: none).
   SemanticCustomCategoryMatcher(library::ModelContext& context, TextEmbedder& embedder,
-                                UserDefaults* defaults, std::function<bool()> autoAssign);
+                                UserDefaults* defaults);
   ~SemanticCustomCategoryMatcher() override;
 
   std::vector<CustomCategoryDescriptor> categories() override;
@@ -77,7 +76,6 @@ class SemanticCustomCategoryMatcher final : public CustomCategoryMatcher {
   library::ModelContext& context_;
   TextEmbedder& embedder_;
   UserDefaults* defaults_;
-  std::function<bool()> autoAssign_;
   std::mutex mutex_;
   std::shared_ptr<const References> references_;
   bool stale_ = true;
