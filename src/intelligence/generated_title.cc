@@ -5,6 +5,7 @@
 #include <ctime>
 
 #include "intelligence/text_words.h"
+#include "library/screenshot_item.h"
 
 namespace klipora::intelligence {
 namespace {
@@ -16,11 +17,7 @@ constexpr std::array<std::string_view, 10> kQuotes = {
 
 bool IsBlank(char c) { return kBlanks.find(c) != std::string_view::npos; }
 
-std::string_view Trim(std::string_view text) {
-  size_t from = text.find_first_not_of(kBlanks);
-  if (from == std::string_view::npos) return {};
-  return text.substr(from, text.find_last_not_of(kBlanks) - from + 1);
-}
+std::string_view Trim(std::string_view text) { return library::trimmedView(text); }
 
 // Strips quotes from both ends, and blanks they enclosed, until none is left.
 std::string_view Unquote(std::string_view text) {
