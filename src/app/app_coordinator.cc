@@ -2,6 +2,7 @@
 // watch, the preferences and the imports live in app_coordinator_*.cc.
 #include "app/app_coordinator.h"
 
+#include "library/orphan_files.h"
 #include "platform/log.h"
 
 namespace klipora::app {
@@ -45,6 +46,13 @@ void AppCoordinator::start() {
   }
   createServices();
   started_ = true;
+  if (structureCreated_ && context_) {
+    // Files a killed import left behind; see orphan_files.h for why imports
+    // of other processes running now are safe.
+    if (auto swept = library::sweepOrphanFiles(*context_, *storage_, env_.clock); !swept) {
+      log::warning("Cleanup", "orphan sweep failed: %s", swept.error().message().c_str());
+    }
+  }
 
   pause_.load();
   if (factories_.makeWatcher) {
@@ -81,6 +89,9 @@ void AppCoordinator::start() {
 
   if (!structureCreated_) handleLibraryVolumeMaybeUnmounted();
   if (retention_) retention_->start();
+  diskSpace_ = std::make_unique<library::DiskSpaceMonitor>(
+      env_.fileSystem, env_.clock, env_.timers, env_.mainLoop, env_.background, root_);
+  diskSpace_->start();
   log::info("Boot", "AppCoordinator.start() end (root=%s)", root_.c_str());
 }
 
@@ -122,6 +133,7 @@ void AppCoordinator::stop() {
   healthProbe_.reset();
   if (env_.mountWatch) env_.mountWatch->stop();
   if (retention_) retention_->stop();
+  if (diskSpace_) diskSpace_->stop();
   if (announcements_) announcements_->stopPolling();
   if (bulkImport_) bulkImport_->cancelAll();
   if (watcher_) watcher_->stopAll();

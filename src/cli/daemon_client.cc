@@ -5,7 +5,6 @@
 #include <thread>
 
 #include "cli/command_registry.h"
-#include "library/markup_edit_cleaner.h"
 
 namespace klipora::cli {
 namespace {
@@ -58,12 +57,10 @@ std::optional<LibraryReply> runLibraryRequest(CliSession& session, const app::Js
   }
 
   if (!session.openLibrary()) return std::nullopt;
-  // The markup module supplies the real cleaner once it exists.
-  static library::NoMarkupEdits markupEdits;
   auto& platform = session.platform();
   app::ControlRequestHandler handler(app::RequestTarget{
       .context = session.context(),
-      .markupEdits = markupEdits,
+      .markupEdits = session.markupEdits(),
       .clock = platform.clock,
       .timers = platform.mainLoop,
       .userDefaults = session.userDefaults(),

@@ -5,6 +5,7 @@
 #include <ctime>
 
 #include "intelligence/text_words.h"
+#include "library/screenshot_item.h"
 
 namespace klipora::intelligence {
 namespace {
