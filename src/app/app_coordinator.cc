@@ -92,6 +92,7 @@ void AppCoordinator::start() {
   diskSpace_ = std::make_unique<library::DiskSpaceMonitor>(
       env_.fileSystem, env_.clock, env_.timers, env_.mainLoop, env_.background, root_);
   diskSpace_->start();
+  startReconciliation();
   log::info("Boot", "AppCoordinator.start() end (root=%s)", root_.c_str());
 }
 
@@ -131,6 +132,8 @@ void AppCoordinator::stop() {
   started_ = false;
   if (healthProbe_) env_.timers.cancel(*healthProbe_);
   healthProbe_.reset();
+  if (safetyRescan_) env_.timers.cancel(*safetyRescan_);
+  safetyRescan_.reset();
   if (env_.mountWatch) env_.mountWatch->stop();
   if (retention_) retention_->stop();
   if (diskSpace_) diskSpace_->stop();

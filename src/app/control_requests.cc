@@ -13,8 +13,6 @@ using library::SqlValue;
 
 namespace {
 
-constexpr const char* kLaterCommands[] = {"scan", "pause", "resume"};
-
 Json OutcomesJson(const std::vector<library::TrashOutcome>& outcomes) {
   Json list = Json::array();
   bool allDone = true;
@@ -114,9 +112,8 @@ void ControlRequestHandler::handle(const Json& request, Reply reply) {
   if (command == "wait") return wait(request, std::move(reply));
   if (command == "pause" || command == "resume") return reply(pause(command, request));
   if (command == "model") return reply(model(request));
-  for (const char* later : kLaterCommands) {
-    if (command == later) return reply(errorReply(command + " is not available in this build"));
-  }
+  if (command == "scan") return scan(request, std::move(reply));
+  if (command == "pending") return pending(request, std::move(reply));
   reply(errorReply("unknown command: " + command));
 }
 
@@ -272,8 +269,12 @@ void ControlRequestHandler::import(const Json& request, Reply reply) {
   batch->remaining = paths.size();
   batch->reply = std::move(reply);
   for (const auto& path : paths) batch->results.push_back({{"path", path}});
+  // A folder's files come from `klipora import --folder`, a batch at a time.
+  const auto source = request.value("source", "") == "folderImport"
+                          ? library::ImportSourceType::folderImport
+                          : library::ImportSourceType::manualImport;
   for (size_t i = 0; i < paths.size(); ++i) {
-    coordinator->importFile(paths[i], library::ImportSourceType::manualImport, std::nullopt,
+    coordinator->importFile(paths[i], source, std::nullopt,
                             std::nullopt, [batch, i, coordinator](ingestion::ImportResult result) {
                               auto& entry = batch->results[i];
                               entry = importOutcomeJson(entry["path"], result);

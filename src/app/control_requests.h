@@ -9,9 +9,10 @@
 //   trash / restore / delete  ids   per-id outcomes
 //   empty-trash                     per-id outcomes
 //   sweep-trash                     one retention sweep now
-//   import  paths                   daemon only: per path its outcome
+//   import  paths [source]          daemon only: per path its outcome
 //                                   ("imported", "duplicate", "failed"), the
-//                                   id, and for the others error and cause
+//                                   id, and for the others error and cause;
+//                                   source "folderImport" for a folder
 //   retry  ids                      back to pending; the daemon runs them first
 //   reprocess  all|category|failed  back to pending; the daemon queues them
 //   wait  ids [timeoutSeconds]      daemon only: answers once every item has
@@ -21,6 +22,11 @@
 //   resume                          ends the pause
 //   model  endpoint [model]         sets the model server (null endpoint:
 //                                   none); kept with the user defaults
+//   scan  [folders] [force]         a reconciliation pass now (answers when
+//                                   it ends); `force`: every file the
+//                                   library lacks, whatever its age
+//   pending  action                 show, accept or dismiss the pass result
+//                                   held above the bulk-import threshold
 //
 // Thread rules: main thread (it uses the main context).
 #pragma once
@@ -79,6 +85,8 @@ class ControlRequestHandler {
   void wait(const Json& request, Reply reply);
   Json pause(const std::string& command, const Json& request);
   Json model(const Json& request);
+  void scan(const Json& request, Reply reply);
+  void pending(const Json& request, Reply reply);
   library::StorageService* storage();
   static Result<std::vector<UUID>> idsOf(const std::string& command, const Json& request);
 

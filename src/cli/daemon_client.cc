@@ -27,6 +27,24 @@ std::string replyError(const app::Json& reply) {
   return "the request failed";
 }
 
+app::RequestTarget storeRequestTarget(CliSession& session, app::AppCoordinator* coordinator) {
+  auto& platform = session.platform();
+  return app::RequestTarget{
+      .context = session.context(),
+      .markupEdits = session.markupEdits(),
+      .clock = platform.clock,
+      .timers = platform.mainLoop,
+      .userDefaults = session.userDefaults(),
+      .coordinator = coordinator,
+      .storage = coordinator ? nullptr : &session.storage(),
+      .storePath = session.container().storePath(),
+      .libraryRoot = coordinator ? coordinator->libraryRoot() : session.libraryRoot().root,
+      .fallbackNotice = coordinator ? coordinator->fallbackNotice()
+                                    : session.libraryRoot().fallbackNotice,
+      .daemonPid = std::nullopt,
+  };
+}
+
 std::optional<LibraryReply> runLibraryRequest(CliSession& session, const app::Json& request,
                                               double timeoutSeconds) {
   Clock& clock = session.platform().clock;
@@ -57,20 +75,7 @@ std::optional<LibraryReply> runLibraryRequest(CliSession& session, const app::Js
   }
 
   if (!session.openLibrary()) return std::nullopt;
-  auto& platform = session.platform();
-  app::ControlRequestHandler handler(app::RequestTarget{
-      .context = session.context(),
-      .markupEdits = session.markupEdits(),
-      .clock = platform.clock,
-      .timers = platform.mainLoop,
-      .userDefaults = session.userDefaults(),
-      .coordinator = nullptr,
-      .storage = &session.storage(),
-      .storePath = session.container().storePath(),
-      .libraryRoot = session.libraryRoot().root,
-      .fallbackNotice = session.libraryRoot().fallbackNotice,
-      .daemonPid = std::nullopt,
-  });
+  app::ControlRequestHandler handler(storeRequestTarget(session, nullptr));
   std::optional<app::Json> reply;
   handler.handle(request, [&reply](app::Json r) { reply = std::move(r); });
   if (!reply) {
