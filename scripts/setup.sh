@@ -8,7 +8,7 @@ packages=(
   g++ cmake ninja-build pkg-config make
   # libraries the code links against
   libsqlite3-dev libssl-dev libvips-dev libexif-dev nlohmann-json3-dev
-  libasio-dev libexpected-dev libcli11-dev libpcre2-dev
+  libasio-dev libexpected-dev libcli11-dev libpcre2-dev libicu-dev
   libtesseract-dev tesseract-ocr tesseract-ocr-eng
   libcairo2-dev libpango1.0-dev fonts-dejavu-core
   # colour emoji for the emoji stamps of markup
