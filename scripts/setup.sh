@@ -19,7 +19,22 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev libvips-tools sqlite3 coreutils openssl
   # a real screenshot tool on a virtual screen, for the watcher's end-to-end test
   scrot xvfb xauth
+  # a chat in Chinese, drawn and read back, for the end-to-end test of CJK search
+  tesseract-ocr-chi-sim fonts-wqy-microhei
 )
+
+# More languages for text recognition, as Tesseract codes or Debian names:
+# KLIPORA_OCR_LANGUAGES="chi-sim jpn kor" make build
+for code in ${KLIPORA_OCR_LANGUAGES:-}; do
+  code="${code,,}"
+  code="${code#tesseract-ocr-}"
+  code="${code//_/-}"
+  if [[ ! "$code" =~ ^[a-z0-9-]+$ ]]; then
+    echo "setup: \"$code\" in KLIPORA_OCR_LANGUAGES is no Tesseract language code" >&2
+    exit 1
+  fi
+  packages+=("tesseract-ocr-$code")
+done
 
 missing=()
 for p in "${packages[@]}"; do
