@@ -56,6 +56,7 @@ class TimingOcrEngineFactory final : public OcrEngineFactory {
   TimingOcrEngineFactory(OcrEngineFactory& target, CallLedger& ledger)
       : target_(target), ledger_(ledger) {}
   Result<std::unique_ptr<OcrEngine>> makeEngine(const std::vector<std::string>& languages) override;
+  std::vector<OcrLanguage> languages() override { return target_.languages(); }
 
  private:
   OcrEngineFactory& target_;

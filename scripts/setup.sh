@@ -8,7 +8,7 @@ packages=(
   g++ cmake ninja-build pkg-config make
   # libraries the code links against
   libsqlite3-dev libssl-dev libvips-dev libexif-dev nlohmann-json3-dev
-  libasio-dev libexpected-dev libcli11-dev libpcre2-dev
+  libasio-dev libexpected-dev libcli11-dev libpcre2-dev libicu-dev
   libtesseract-dev tesseract-ocr tesseract-ocr-eng
   libcairo2-dev libpango1.0-dev fonts-dejavu-core
   # colour emoji for the emoji stamps of markup
@@ -19,7 +19,22 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev libvips-tools sqlite3 coreutils openssl
   # a real screenshot tool on a virtual screen, for the watcher's end-to-end test
   scrot xvfb xauth
+  # a chat in Chinese, drawn and read back, for the end-to-end test of CJK search
+  tesseract-ocr-chi-sim fonts-wqy-microhei
 )
+
+# More languages for text recognition, as Tesseract codes or Debian names:
+# KLIPORA_OCR_LANGUAGES="chi-sim jpn kor" make build
+for code in ${KLIPORA_OCR_LANGUAGES:-}; do
+  code="${code,,}"
+  code="${code#tesseract-ocr-}"
+  code="${code//_/-}"
+  if [[ ! "$code" =~ ^[a-z0-9-]+$ ]]; then
+    echo "setup: \"$code\" in KLIPORA_OCR_LANGUAGES is no Tesseract language code" >&2
+    exit 1
+  fi
+  packages+=("tesseract-ocr-$code")
+done
 
 missing=()
 for p in "${packages[@]}"; do

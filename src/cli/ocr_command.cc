@@ -1,7 +1,10 @@
 // klipora ocr: reads the text in image files, line by line, with the same
-// recogniser the library uses. klipora ocr-languages shows or sets the
-// languages it reads (Tesseract language codes; English by default).
+// recogniser the library uses. klipora ocr-languages sets the languages it
+// reads (Tesseract language codes, read together; English by default), or
+// lists them with those installed and those Debian packages.
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <iomanip>
 #include <iostream>
 #include <sstream>
 
@@ -99,6 +102,44 @@ int RunOcr(CliSession& session, const OcrOptions& options) {
   return exitCode;
 }
 
+void PrintLanguages(const std::vector<std::string>& reading,
+                    const std::vector<OcrLanguage>& known, bool json) {
+  auto installed = [&](const std::string& code) {
+    return std::any_of(known.begin(), known.end(),
+                       [&](const OcrLanguage& l) { return l.code == code && l.installed; });
+  };
+  if (json) {
+    nlohmann::ordered_json out = {{"reading", reading},
+                                  {"installed", nlohmann::ordered_json::array()},
+                                  {"installable", nlohmann::ordered_json::array()}};
+    for (const OcrLanguage& l : known) {
+      if (l.installed) {
+        out["installed"].push_back(l.code);
+      } else {
+        out["installable"].push_back({{"code", l.code}, {"package", l.package}});
+      }
+    }
+    printJson(out);
+    return;
+  }
+  std::string line;
+  for (const std::string& code : reading) {
+    line += " " + code + (installed(code) ? "" : " (not installed)");
+  }
+  std::cout << "Reading:  " << line << "\n";
+  line.clear();
+  for (const OcrLanguage& l : known) {
+    if (l.installed) line += " " + l.code;
+  }
+  std::cout << "Installed:" << line << "\n";
+  std::cout << "Installable (language, Debian package):\n";
+  for (const OcrLanguage& l : known) {
+    if (!l.installed) std::cout << "  " << std::left << std::setw(24) << l.code << l.package << "\n";
+  }
+  std::cout << "Install one with apt-get (or KLIPORA_OCR_LANGUAGES=\"chi-sim jpn\" make setup), "
+               "then choose: klipora ocr-languages eng chi_sim\n";
+}
+
 int RunLanguages(CliSession& session, const std::vector<std::string>& codes, bool json) {
   std::unique_ptr<UserDefaults> holder;
   UserDefaults& defaults = Defaults(session, holder);
@@ -119,13 +160,14 @@ int RunLanguages(CliSession& session, const std::vector<std::string>& codes, boo
     }
   }
   std::vector<std::string> languages = processing::recognitionLanguages(defaults);
-  if (json) {
-    printJson(nlohmann::ordered_json(languages));
+  std::vector<OcrLanguage> known = session.platform().ocrEngines.languages();
+  if (!codes.empty() && !json) {
+    std::ostringstream line;
+    for (size_t i = 0; i < languages.size(); ++i) line << (i ? " " : "") << languages[i];
+    std::cout << "Reading: " << line.str() << "\n";
     return kExitOk;
   }
-  std::ostringstream line;
-  for (size_t i = 0; i < languages.size(); ++i) line << (i ? " " : "") << languages[i];
-  std::cout << line.str() << "\n";
+  PrintLanguages(languages, known, json);
   return kExitOk;
 }
 
@@ -146,9 +188,11 @@ KLIPORA_COMMAND(ocr) {
   auto codes = std::make_shared<std::vector<std::string>>();
   auto json = std::make_shared<bool>(false);
   auto* languages =
-      app.add_subcommand("ocr-languages", "Show, or set, the languages text recognition reads");
+      app.add_subcommand("ocr-languages",
+                         "List the languages text recognition reads, is able to read and could "
+                         "read once installed; or choose those it reads");
   languages->add_option("CODE", *codes,
-                        "Tesseract language codes to read from now on (eng, deu, fra, …)");
+                        "Tesseract language codes to read from now on, together (eng chi_sim, …)");
   languages->add_flag("--json", *json, "Print as JSON");
   languages->callback(
       [&session, codes, json] { session.exitCode = RunLanguages(session, *codes, *json); });

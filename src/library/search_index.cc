@@ -6,6 +6,8 @@
 #include <cctype>
 #include <memory>
 
+#include "library/search_cjk.h"
+#include "library/search_text.h"
 #include "platform/log.h"
 
 namespace klipora::library {
@@ -13,7 +15,7 @@ namespace {
 
 // Bump when any definition below changes: stores built by another version are
 // rebuilt, since deleting an entry needs exactly the text that was indexed.
-constexpr int64_t kIndexVersion = 3;
+constexpr int64_t kIndexVersion = 4;
 
 struct IndexedColumn {
   const char* name;
@@ -67,15 +69,13 @@ std::string NoteOld(const std::string& names) {
          " WHERE old.rowid <= (SELECT maxRowid FROM ScreenshotSearchState WHERE id = 1);";
 }
 
-std::vector<std::string> CreateStatements() {
-  const std::string names = Names();
+// One FTS5 table over the item text of the source view, with the rank and
+// merge settings both indexes share.
+std::vector<std::string> IndexStatements(const std::string& table, const std::string& options) {
   return {
-      "CREATE VIEW ScreenshotSearchSource AS SELECT rowid AS rowid, " + Expressions("", true) +
-          " FROM ScreenshotItem",
-      "CREATE VIRTUAL TABLE ScreenshotSearch USING fts5(" + names +
-          ", content='ScreenshotSearchSource', content_rowid='rowid', "
-          "tokenize='unicode61 remove_diacritics 2', prefix='2 3')",
-      "INSERT INTO ScreenshotSearch(ScreenshotSearch, rank) VALUES('rank', '" + std::string(kRank) +
+      "CREATE VIRTUAL TABLE " + table + " USING fts5(" + Names() +
+          ", content='ScreenshotSearchSource', content_rowid='rowid', " + options + ")",
+      "INSERT INTO " + table + "(" + table + ", rank) VALUES('rank', '" + std::string(kRank) +
           "')",
       // With the defaults (a segment per 1 MB of pending terms, a merge
       // whenever 4 segments share a level) catching up 1,000 items wrote 7
@@ -83,8 +83,25 @@ std::vector<std::string> CreateStatements() {
       // grew. A catch-up now writes one segment and levels merge at 8: about
       // 30 % less indexing time, with the same query times on 100,000 items.
       // Both settings live in the index's config table, for every connection.
-      "INSERT INTO ScreenshotSearch(ScreenshotSearch, rank) VALUES('hashsize', 4194304)",
-      "INSERT INTO ScreenshotSearch(ScreenshotSearch, rank) VALUES('automerge', 8)",
+      "INSERT INTO " + table + "(" + table + ", rank) VALUES('hashsize', 4194304)",
+      "INSERT INTO " + table + "(" + table + ", rank) VALUES('automerge', 8)",
+  };
+}
+
+std::vector<std::string> CreateStatements() {
+  const std::string names = Names();
+  std::vector<std::string> out = {
+      "CREATE VIEW ScreenshotSearchSource AS SELECT rowid AS rowid, " + Expressions("", true) +
+          " FROM ScreenshotItem",
+  };
+  for (auto statements : {IndexStatements(SearchIndex::kTable,
+                                          "tokenize='unicode61 remove_diacritics 2', "
+                                          "prefix='2 3'"),
+                          IndexStatements(SearchIndex::kCjkTable,
+                                          std::string("tokenize='") + kCjkTokenizer + "'")}) {
+    out.insert(out.end(), statements.begin(), statements.end());
+  }
+  std::vector<std::string> rest = {
       "CREATE TABLE ScreenshotSearchPending (itemRowid INTEGER PRIMARY KEY, "
       "indexed INTEGER NOT NULL, " +
           names + ")",
@@ -105,6 +122,8 @@ std::vector<std::string> CreateStatements() {
       "ScreenshotItem(coalesce(capturedAt, importedAt)) "
       "WHERE (deleted <> 0 OR deletedAt IS NOT NULL)",
   };
+  out.insert(out.end(), rest.begin(), rest.end());
+  return out;
 }
 
 constexpr const char* kDropStatements =
@@ -112,6 +131,7 @@ constexpr const char* kDropStatements =
     "DROP TRIGGER IF EXISTS ScreenshotSearch_afterUpdate;"
     "DROP TRIGGER IF EXISTS ScreenshotSearch_afterDelete;"
     "DROP TABLE IF EXISTS ScreenshotSearch;"
+    "DROP TABLE IF EXISTS ScreenshotSearchCJK;"
     "DROP TABLE IF EXISTS ScreenshotSearchPending;"
     "DROP TABLE IF EXISTS ScreenshotSearchState;"
     "DROP VIEW IF EXISTS ScreenshotSearchSource;";
@@ -133,17 +153,20 @@ Status RecordState(Database& db) {
 Status CreateAndFill(Database& db) {
   RETURN_IF_ERROR(db.exec(kDropStatements));
   for (const auto& sql : CreateStatements()) RETURN_IF_ERROR(db.exec(sql));
-  RETURN_IF_ERROR(db.exec("INSERT INTO ScreenshotSearch(ScreenshotSearch) VALUES('rebuild')"));
+  for (const char* table : {SearchIndex::kTable, SearchIndex::kCjkTable}) {
+    RETURN_IF_ERROR(db.exec("INSERT INTO " + std::string(table) + "(" + table +
+                            ") VALUES('rebuild')"));
+  }
   return RecordState(db);
 }
 
 Result<bool> IsCurrent(Database& db) {
   ASSIGN_OR_RETURN(auto objects,
                    db.query("SELECT count(*) FROM sqlite_master WHERE name IN ("
-                            "'ScreenshotSearch', 'ScreenshotSearchSource', "
+                            "'ScreenshotSearch', 'ScreenshotSearchCJK', 'ScreenshotSearchSource', "
                             "'ScreenshotSearchPending', 'ScreenshotSearchState', "
                             "'ScreenshotSearch_afterUpdate', 'ScreenshotSearch_afterDelete')"));
-  if (std::get<int64_t>(objects[0][0]) != 6) return false;
+  if (std::get<int64_t>(objects[0][0]) != 7) return false;
   ASSIGN_OR_RETURN(auto state, db.query("SELECT version, itemCount, maxRowid FROM "
                                         "ScreenshotSearchState WHERE id = 1"));
   if (state.empty() || state[0][0] != SqlValue(kIndexVersion)) return false;
@@ -255,15 +278,20 @@ Result<int64_t> SearchIndex::catchUp(Database& db) {
   const std::string names = Names();
   RETURN_IF_ERROR(db.exec("BEGIN IMMEDIATE"));
   auto run = [&]() -> Result<int64_t> {
-    RETURN_IF_ERROR(db.exec("INSERT INTO ScreenshotSearch(ScreenshotSearch, rowid, " + names +
-                            ") SELECT 'delete', itemRowid, " + names +
-                            " FROM ScreenshotSearchPending WHERE indexed <> 0"));
-    ASSIGN_OR_RETURN(
-        int64_t added,
-        db.execute("INSERT INTO ScreenshotSearch(rowid, " + names + ") SELECT rowid, " + names +
-                   " FROM ScreenshotSearchSource WHERE rowid IN "
-                   "(SELECT itemRowid FROM ScreenshotSearchPending) OR rowid > "
-                   "(SELECT maxRowid FROM ScreenshotSearchState WHERE id = 1)"));
+    int64_t added = 0;
+    // Both indexes take the same rows from the same notes, in one
+    // transaction: they never disagree on what they cover.
+    for (const std::string table : {SearchIndex::kTable, SearchIndex::kCjkTable}) {
+      RETURN_IF_ERROR(db.exec("INSERT INTO " + table + "(" + table + ", rowid, " + names +
+                              ") SELECT 'delete', itemRowid, " + names +
+                              " FROM ScreenshotSearchPending WHERE indexed <> 0"));
+      ASSIGN_OR_RETURN(
+          added,
+          db.execute("INSERT INTO " + table + "(rowid, " + names + ") SELECT rowid, " + names +
+                     " FROM ScreenshotSearchSource WHERE rowid IN "
+                     "(SELECT itemRowid FROM ScreenshotSearchPending) OR rowid > "
+                     "(SELECT maxRowid FROM ScreenshotSearchState WHERE id = 1)"));
+    }
     ASSIGN_OR_RETURN(int64_t removed, db.execute("DELETE FROM ScreenshotSearchPending"));
     RETURN_IF_ERROR(RecordState(db));
     return std::max(added, removed);
@@ -307,28 +335,41 @@ Result<SearchIndex::DocumentFrequencies> SearchIndex::documentFrequencies(
   return out;
 }
 
-Result<std::string> SearchIndex::matchExpression(Database& db, std::string_view freeText) {
+Result<SearchIndex::TextMatch> SearchIndex::matchExpressions(Database& db,
+                                                             std::string_view freeText) {
   ASSIGN_OR_RETURN(auto tokenizer, QueryTokenizer::open(db));
-  std::string expression;
+  TextMatch out;
+  auto append = [](std::string& expression, const std::string& phrase) {
+    expression += (expression.empty() ? "" : " AND ") + phrase;
+  };
+  const std::string text = joinCjkAcrossBlanks(freeText);
   size_t terms = 0;
   size_t words = 0;
   size_t i = 0;
   // Words without tokens are skipped, but only so many are looked at, so a
   // huge paste of punctuation stays cheap.
-  while (i < freeText.size() && terms < kMaxTerms && words < 8 * kMaxTerms) {
-    while (i < freeText.size() && std::isspace(static_cast<unsigned char>(freeText[i]))) ++i;
+  while (i < text.size() && terms < kMaxTerms && words < 8 * kMaxTerms) {
+    while (i < text.size() && std::isspace(static_cast<unsigned char>(text[i]))) ++i;
     size_t start = i;
-    while (i < freeText.size() && !std::isspace(static_cast<unsigned char>(freeText[i]))) ++i;
+    while (i < text.size() && !std::isspace(static_cast<unsigned char>(text[i]))) ++i;
     if (start == i) break;
     ++words;
-    ASSIGN_OR_RETURN(auto found, tokenizer->tokens(freeText.substr(start, i - start)));
-    if (found.empty()) continue;
+    const std::string_view word = std::string_view(text).substr(start, i - start);
+    const bool cjk = hasCjkText(word);
+    if (cjk) {
+      for (const CjkRun& run : cjkRuns(word)) {
+        if (terms == kMaxTerms) break;
+        ++terms;
+        append(out.cjk, "\"" + toUtf8(run.characters) + "\"" +
+                            (run.characters.size() == 1 ? " *" : ""));
+      }
+    }
+    ASSIGN_OR_RETURN(auto found, tokenizer->tokens(cjk ? withoutCjkText(word) : std::string(word)));
+    if (found.empty() || terms == kMaxTerms) continue;
     ++terms;
-    if (!expression.empty()) expression += " AND ";
-    expression += Phrase(found);
-    if (CharacterCount(found.back()) >= 2) expression += " *";
+    append(out.words, Phrase(found) + (CharacterCount(found.back()) >= 2 ? " *" : ""));
   }
-  return expression;
+  return out;
 }
 
 Result<std::string> SearchIndex::tagExpression(Database& db, std::string_view tagName) {

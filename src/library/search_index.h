@@ -2,7 +2,11 @@
 // table ("ScreenshotSearch": unicode61 tokens with diacritics folded, prefix
 // indexes of 2 and 3 characters) over the searchable fields of each
 // ScreenshotItem (title, file name, recognised text, summary and note, tags,
-// keywords and entities, effective category, source application).
+// keywords and entities, effective category, source application). A second
+// FTS5 table over the same fields ("ScreenshotSearchCJK") holds only their
+// Chinese, Japanese and Korean text, as bigrams (search_cjk.h): those scripts
+// put no blanks between words, so a word inside a sentence is found there.
+// Only query terms in those scripts read it.
 //
 // How it stays in step, for every write path (this process, another
 // process, a script or the sqlite3 shell): the index covers every item up to
@@ -11,7 +15,7 @@
 // note each change of a searchable field and each delete of an indexed item
 // in "ScreenshotSearchPending", with the text the index held for it, inside
 // the writer's own transaction. catchUp() then indexes the new and noted
-// items in one transaction; any process runs it before it searches (the
+// items in both tables in one transaction; any process runs it before it searches (the
 // library query does this itself), and the app may run it when idle. So a
 // batch save pays only for the notes, and no search ever misses a saved
 // change. Inserts carry no trigger at all: an AFTER INSERT trigger alone
@@ -52,12 +56,21 @@ class SearchIndex {
   // The tokens `text` yields under the index's tokenizer (folded, lower-case).
   static Result<std::vector<std::string>> tokens(Database& db, std::string_view text);
 
-  // An FTS5 MATCH expression for what the user typed: each blank-separated
-  // word becomes a quoted phrase of its tokens that matches as a prefix (when
-  // its last token has two characters or more), so no input can be read as
-  // FTS syntax. Words without a token are dropped; only the first kMaxTerms
-  // words count. Empty when no word has a token.
-  static Result<std::string> matchExpression(Database& db, std::string_view freeText);
+  // The FTS5 MATCH expressions for what the user typed, one per index. Blanks
+  // between two CJK characters are dropped first (search_cjk.h). Each
+  // blank-separated word then yields, for the first index, a quoted phrase of
+  // the tokens of its text outside CJK scripts, which matches as a prefix
+  // when its last token has two characters or more; and for the CJK index a
+  // quoted run per run of CJK characters in it (a phrase of its bigrams; a
+  // single character matches as a prefix). So no input can be read as FTS
+  // syntax. Every phrase must match; words without a token are dropped; only
+  // the first kMaxTerms phrases count. An expression is empty when nothing
+  // is asked of its index.
+  struct TextMatch {
+    std::string words;  // for kTable
+    std::string cjk;    // for kCjkTable
+  };
+  static Result<TextMatch> matchExpressions(Database& db, std::string_view freeText);
   // A MATCH expression that requires `tagName` in the tags column; empty when
   // the name has no token (then only the exact check applies).
   static Result<std::string> tagExpression(Database& db, std::string_view tagName);
@@ -75,6 +88,8 @@ class SearchIndex {
 
   static constexpr size_t kMaxTerms = 32;
   static constexpr const char* kTable = "ScreenshotSearch";
+  // The second index: the same columns, as bigrams of their CJK text.
+  static constexpr const char* kCjkTable = "ScreenshotSearchCJK";
 };
 
 }  // namespace klipora::library

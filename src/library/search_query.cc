@@ -108,10 +108,17 @@ Result<LibraryQuery> Resolve(ModelContext& context, const LibraryQuery& input,
   return q;
 }
 
-Result<std::vector<int64_t>> MatchingRowids(Database& db, const std::string& match) {
-  ASSIGN_OR_RETURN(auto s, Statement::prepare(
-                               db, "SELECT rowid FROM ScreenshotSearch WHERE ScreenshotSearch MATCH ?",
-                               {match}));
+// What the query asks of one full-text index.
+struct IndexMatch {
+  std::string table;
+  std::string expression;
+};
+
+Result<std::vector<int64_t>> MatchingRowids(Database& db, const IndexMatch& m) {
+  ASSIGN_OR_RETURN(auto s, Statement::prepare(db,
+                                              "SELECT rowid FROM " + m.table + " WHERE " +
+                                                  m.table + " MATCH ?",
+                                              {m.expression}));
   std::vector<int64_t> out;
   while (true) {
     ASSIGN_OR_RETURN(bool row, s.step());
@@ -119,6 +126,19 @@ Result<std::vector<int64_t>> MatchingRowids(Database& db, const std::string& mat
     out.push_back(s.integer(0));
   }
   if (!std::is_sorted(out.begin(), out.end())) std::sort(out.begin(), out.end());
+  return out;
+}
+
+// The items every index asked for matches, in rowid order.
+Result<std::vector<int64_t>> MatchingRowids(Database& db, const std::vector<IndexMatch>& asked) {
+  ASSIGN_OR_RETURN(auto out, MatchingRowids(db, asked[0]));
+  for (size_t i = 1; i < asked.size() && !out.empty(); ++i) {
+    ASSIGN_OR_RETURN(auto also, MatchingRowids(db, asked[i]));
+    std::vector<int64_t> both;
+    std::set_intersection(out.begin(), out.end(), also.begin(), also.end(),
+                          std::back_inserter(both));
+    out = std::move(both);
+  }
   return out;
 }
 
@@ -146,20 +166,25 @@ Result<std::vector<std::string>> PlainPage(Database& db, const LibraryQuery& q,
   return Collect(std::move(s));
 }
 
-// Few matches: join them with the items, ranked when asked.
+// Few matches: join them with the items, ranked (by the first index asked)
+// when asked.
 Result<std::vector<std::string>> JoinedPage(Database& db, const LibraryQuery& q,
-                                            const SqlConditions& c, const std::string& match,
-                                            bool ranked) {
-  std::vector<SqlValue> args{match};
+                                            const SqlConditions& c,
+                                            const std::vector<IndexMatch>& asked, bool ranked) {
+  const std::string& table = asked[0].table;
+  std::string sql = "SELECT s.id FROM " + table + " JOIN ScreenshotItem AS s ON s.rowid = " +
+                    table + ".rowid WHERE " + table + " MATCH ? AND ";
+  std::vector<SqlValue> args{asked[0].expression};
+  for (size_t i = 1; i < asked.size(); ++i) {
+    sql += "s.rowid IN (SELECT rowid FROM " + asked[i].table + " WHERE " + asked[i].table +
+           " MATCH ?) AND ";
+    args.emplace_back(asked[i].expression);
+  }
   args.insert(args.end(), c.arguments.begin(), c.arguments.end());
   std::string order = search_internal::orderTerms(q.sortMode, "s.rowid");
-  if (ranked) order = "ScreenshotSearch.rank, " + order;
-  ASSIGN_OR_RETURN(auto s, Statement::prepare(
-                               db,
-                               "SELECT s.id FROM ScreenshotSearch JOIN ScreenshotItem AS s ON "
-                               "s.rowid = ScreenshotSearch.rowid WHERE ScreenshotSearch MATCH ? AND " +
-                                   c.where() + " ORDER BY " + order + Page(q),
-                               args));
+  if (ranked) order = table + ".rank, " + order;
+  ASSIGN_OR_RETURN(auto s, Statement::prepare(db, sql + c.where() + " ORDER BY " + order + Page(q),
+                                              args));
   return Collect(std::move(s));
 }
 
@@ -226,21 +251,29 @@ Result<LibrarySearchResult> LibrarySearch::run(ModelContext& context, const Libr
   ASSIGN_OR_RETURN(SqlConditions c, search_internal::buildConditions(context, q, result.parsed, now));
   if (c.matchesNothing || q.limit <= 0) return result;
 
-  ASSIGN_OR_RETURN(std::string text, SearchIndex::matchExpression(db, result.parsed.freeText));
-  std::string match = text;
+  ASSIGN_OR_RETURN(auto text, SearchIndex::matchExpressions(db, result.parsed.freeText));
+  std::string match = text.words;
   for (const auto& tag : c.tagNames) {
     ASSIGN_OR_RETURN(std::string e, SearchIndex::tagExpression(db, tag));
     if (!e.empty()) match += (match.empty() ? "" : " AND ") + e;
   }
+  // The index of the typed words ranks; CJK words alone are ranked by theirs.
+  std::vector<IndexMatch> asked;
+  if (!match.empty()) asked.push_back({SearchIndex::kTable, match});
+  if (!text.cjk.empty()) {
+    auto at = text.words.empty() ? asked.begin() : asked.end();
+    asked.insert(at, {SearchIndex::kCjkTable, text.cjk});
+  }
   std::vector<std::string> ids;
-  if (match.empty()) {
+  if (asked.empty()) {
     ASSIGN_OR_RETURN(ids, PlainPage(db, q, c));
   } else {
-    ASSIGN_OR_RETURN(auto matches, MatchingRowids(db, match));
+    ASSIGN_OR_RETURN(auto matches, MatchingRowids(db, asked));
     if (matches.empty()) return result;
     if (static_cast<int64_t>(matches.size()) <= kRankedMatchLimit) {
-      result.rankedByRelevance = q.rankByRelevance && !text.empty();
-      ASSIGN_OR_RETURN(ids, JoinedPage(db, q, c, match, result.rankedByRelevance));
+      result.rankedByRelevance =
+          q.rankByRelevance && !(text.words.empty() && text.cjk.empty());
+      ASSIGN_OR_RETURN(ids, JoinedPage(db, q, c, asked, result.rankedByRelevance));
     } else {
       ASSIGN_OR_RETURN(ids, WalkedPage(db, q, c, matches));
     }

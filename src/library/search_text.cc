@@ -9,9 +9,16 @@
 namespace klipora::library {
 namespace {
 
-// Decodes one code point at `i`; returns its length, or 0 when the bytes there
-// are not a valid, shortest-form UTF-8 sequence.
-size_t DecodeOne(std::string_view s, size_t i, char32_t* out) {
+// The C.UTF-8 locale carries the full Unicode case tables whatever the
+// user's own locale is, so lower-casing does not depend on $LANG.
+locale_t CaseLocale() {
+  static locale_t locale = newlocale(LC_CTYPE_MASK, "C.UTF-8", static_cast<locale_t>(0));
+  return locale;
+}
+
+}  // namespace
+
+size_t decodeUtf8(std::string_view s, size_t i, char32_t* out) {
   unsigned char c = static_cast<unsigned char>(s[i]);
   if (c < 0x80) {
     *out = c;
@@ -43,7 +50,7 @@ size_t DecodeOne(std::string_view s, size_t i, char32_t* out) {
   return n;
 }
 
-void Encode(char32_t cp, std::string& out) {
+void appendUtf8(char32_t cp, std::string& out) {
   if (cp < 0x80) {
     out.push_back(static_cast<char>(cp));
   } else if (cp < 0x800) {
@@ -61,21 +68,18 @@ void Encode(char32_t cp, std::string& out) {
   }
 }
 
-// The C.UTF-8 locale carries the full Unicode case tables whatever the
-// user's own locale is, so lower-casing does not depend on $LANG.
-locale_t CaseLocale() {
-  static locale_t locale = newlocale(LC_CTYPE_MASK, "C.UTF-8", static_cast<locale_t>(0));
-  return locale;
+std::string toUtf8(std::u32string_view characters) {
+  std::string out;
+  for (char32_t cp : characters) appendUtf8(cp, out);
+  return out;
 }
-
-}  // namespace
 
 std::string validUtf8(std::string_view text) {
   std::string out;
   out.reserve(text.size());
   for (size_t i = 0; i < text.size();) {
     char32_t cp;
-    size_t n = DecodeOne(text, i, &cp);
+    size_t n = decodeUtf8(text, i, &cp);
     if (n == 0) {
       out += "\xEF\xBF\xBD";
       ++i;
@@ -93,7 +97,7 @@ std::string lowercased(std::string_view text) {
   locale_t locale = CaseLocale();
   for (size_t i = 0; i < text.size();) {
     char32_t cp;
-    size_t n = DecodeOne(text, i, &cp);
+    size_t n = decodeUtf8(text, i, &cp);
     if (n == 0) {  // callers pass valid UTF-8; keep a stray byte as it is
       out.push_back(text[i++]);
       continue;
@@ -102,9 +106,9 @@ std::string lowercased(std::string_view text) {
     if (cp < 0x80) {
       out.push_back(static_cast<char>(cp >= 'A' && cp <= 'Z' ? cp + 32 : cp));
     } else if (locale) {
-      Encode(static_cast<char32_t>(towlower_l(static_cast<wint_t>(cp), locale)), out);
+      appendUtf8(static_cast<char32_t>(towlower_l(static_cast<wint_t>(cp), locale)), out);
     } else {
-      Encode(cp, out);
+      appendUtf8(cp, out);
     }
   }
   return out;

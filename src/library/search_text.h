@@ -8,6 +8,13 @@
 
 namespace klipora::library {
 
+// Decodes the code point at byte `i`; returns its length in bytes, or 0 when
+// the bytes there are not a valid, shortest-form UTF-8 sequence.
+size_t decodeUtf8(std::string_view text, size_t i, char32_t* out);
+// Appends the UTF-8 form of `cp`.
+void appendUtf8(char32_t cp, std::string& out);
+std::string toUtf8(std::u32string_view characters);
+
 // The text with every invalid UTF-8 sequence replaced by U+FFFD, so that it
 // can reach SQLite, JSON and the regular-expression engine safely.
 std::string validUtf8(std::string_view text);

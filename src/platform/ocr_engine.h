@@ -77,6 +77,14 @@ class OcrEngine {
   virtual Result<std::vector<OcrObservation>> recognize(const OcrRequest& request) = 0;
 };
 
+// A language the recogniser can read, once its model is installed.
+struct OcrLanguage {
+  std::string code;     // "chi_sim"
+  std::string package;  // the system package that installs it: "tesseract-ocr-chi-sim"
+  bool installed = false;
+  bool operator==(const OcrLanguage&) const = default;
+};
+
 class OcrEngineFactory {
  public:
   OcrEngineFactory() = default;
@@ -90,6 +98,10 @@ class OcrEngineFactory {
   // fails otherwise.
   virtual Result<std::unique_ptr<OcrEngine>> makeEngine(
       const std::vector<std::string>& languages) = 0;
+
+  // Every language known, installed or not, sorted by code. Reads the model
+  // folder each time (a package may come or go while the program runs).
+  virtual std::vector<OcrLanguage> languages() = 0;
 };
 
 }  // namespace klipora

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <chrono>
 
+#include "platform/log.h"
+
 namespace klipora::processing {
 
 OCREnginePool::Lease::Lease(Lease&& other) noexcept
@@ -102,11 +104,42 @@ OCREnginePool::Loaded OCREnginePool::loadUnlocked(std::unique_lock<std::mutex>& 
   std::vector<std::string> languages = languages_;
   uint64_t generation = generation_;
   lock.unlock();
-  auto engine = factory_.makeEngine(languages);
+  auto engine = makeEngine(languages);
   lock.lock();
   --loading_;
   changed_.notify_all();
   return {std::move(engine), generation};
+}
+
+Result<std::unique_ptr<OcrEngine>> OCREnginePool::makeEngine(
+    const std::vector<std::string>& languages) {
+  auto engine = factory_.makeEngine(languages);
+  if (engine || engine.error().code() != Status::Code::kNotFound) return engine;
+  // A language pack removed since it was chosen: read with what remains.
+  std::vector<std::string> remaining, missing;
+  std::vector<OcrLanguage> known = factory_.languages();
+  for (const std::string& code : languages) {
+    bool installed = std::any_of(known.begin(), known.end(), [&](const OcrLanguage& l) {
+      return l.code == code && l.installed;
+    });
+    (installed ? remaining : missing).push_back(code);
+  }
+  if (remaining.empty() || missing.empty()) return engine;
+  std::string warning = engine.error().message();
+  {
+    std::lock_guard lock(warnedMutex_);
+    if (warning == lastWarning_) {
+      warning.clear();
+    } else {
+      lastWarning_ = warning;
+    }
+  }
+  if (!warning.empty()) {
+    std::string rest;
+    for (const std::string& code : remaining) rest += (rest.empty() ? "" : "+") + code;
+    log::warning("OCR", "%s; reading with %s meanwhile", warning.c_str(), rest.c_str());
+  }
+  return factory_.makeEngine(remaining);
 }
 
 Status OCREnginePool::preload(int count) {

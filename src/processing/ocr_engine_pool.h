@@ -1,7 +1,9 @@
 // OCREnginePool: a few loaded recognisers, one per recognition allowed to run
 // at once. Loading one takes a noticeable fraction of a second, so engines are
 // made on first need (or by preload) and kept between screenshots; a lease
-// hands one engine to one thread and gives it back when it ends.
+// hands one engine to one thread and gives it back when it ends. A chosen
+// language whose model has gone is left out, with a warning, so the others
+// are still read.
 //
 // Thread rules: every method is safe from any thread. acquire() blocks while
 // every engine is leased or loading.
@@ -81,6 +83,9 @@ class OCREnginePool {
   Lease takeIdleLocked();
   // Loads an engine with `lock` released meanwhile; held again on return.
   Loaded loadUnlocked(std::unique_lock<std::mutex>& lock);
+  // An engine for `languages`; when some of them are no longer installed, one
+  // for those that are, with a warning (once per missing set) in the log.
+  Result<std::unique_ptr<OcrEngine>> makeEngine(const std::vector<std::string>& languages);
 
   OcrEngineFactory& factory_;
   const int capacity_;
@@ -92,6 +97,8 @@ class OCREnginePool {
   int leased_ = 0;
   int loading_ = 0;
   int loadsStarted_ = 0;
+  std::mutex warnedMutex_;
+  std::string lastWarning_;
 };
 
 }  // namespace klipora::processing

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/testing/fake_ocr_engine.h"
+#include "platform/testing/log_capture.h"
 
 namespace klipora::processing {
 namespace {
@@ -51,6 +52,28 @@ TEST_F(OCREnginePoolTest, NewLanguagesReplaceEnginesAsTheyComeBack) {
   auto failed = pool_.acquire(0);
   ASSERT_FALSE(failed);
   EXPECT_EQ(failed.error().status.code(), Status::Code::kNotFound);
+  EXPECT_FALSE(pool_.preload(1).ok());
+}
+
+TEST_F(OCREnginePoolTest, AVanishedLanguageIsLeftOutWithOneWarning) {
+  klipora::testing::ScopedLogCapture log;
+  engines_.installed = {"eng", "chi_sim", "jpn"};
+  pool_.setLanguages({"eng", "chi_sim", "jpn"});
+  ASSERT_TRUE(pool_.preload(1).ok());
+  engines_.installed = {"eng", "jpn"};  // chi_sim's package was removed
+  auto a = pool_.acquire(0), b = pool_.acquire(0);
+  ASSERT_TRUE(a && b);
+  EXPECT_EQ(engines_.loads().back(), (std::vector<std::string>{"eng", "jpn"}));
+  b->discard();
+  b = decltype(b)();
+  ASSERT_TRUE(pool_.acquire(0));  // a third load: no second warning
+  auto warnings = log.matching("reading with eng+jpn meanwhile");
+  ASSERT_EQ(warnings.size(), 1u);
+  EXPECT_NE(warnings[0].find("tesseract-ocr-chi_sim"), std::string::npos) << warnings[0];
+
+  a = decltype(a)();
+  engines_.installed = {"deu"};  // none of them left: a failure, as before
+  pool_.setLanguages({"eng", "jpn"});
   EXPECT_FALSE(pool_.preload(1).ok());
 }
 

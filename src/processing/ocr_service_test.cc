@@ -121,7 +121,7 @@ TEST_F(OCRServiceTest, FastLevelStandsInWhenTheAccurateOneFails) {
 }
 
 TEST_F(OCRServiceTest, AMissingLanguageNamesThePackageToInstall) {
-  config_.languages = {"eng", "deu"};
+  config_.languages = {"deu"};
   auto result = service().recognizeTextWithLayout(Page());
   ASSERT_FALSE(result);
   EXPECT_EQ(result.error().kind, OCRError::Case::recognizerUnavailable);

@@ -2,6 +2,8 @@
 // the way the Tesseract engine does.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "platform/linux/tesseract_ocr_engine.h"
 #include "platform/linux/testing/text_images.h"
 #include "platform/testing/fake_ocr_engine.h"
@@ -108,7 +110,20 @@ TEST(TesseractOcrEngineFactoryTest, AMissingLanguageNamesItsDebianPackage) {
   EXPECT_NE(engine.error().message().find("tesseract-ocr-chi-sim-vert"), std::string::npos);
   EXPECT_EQ(factory.makeEngine({"../eng"}).error().code(), Status::Code::kInvalidArgument);
   EXPECT_EQ(TesseractOcrEngineFactory::debianPackageFor("script/Latin"),
-            "tesseract-ocr-script-latin");
+            "tesseract-ocr-script-latn");
+  // Debian's packages, installed or not, and the models in the folder.
+  auto listed = factory.languages();
+  auto find = [&](const std::string& code) {
+    return std::find_if(listed.begin(), listed.end(),
+                        [&](const OcrLanguage& l) { return l.code == code; });
+  };
+  ASSERT_NE(find("eng"), listed.end());
+  EXPECT_TRUE(find("eng")->installed);
+  ASSERT_NE(find("chi_sim_vert"), listed.end());
+  EXPECT_EQ(*find("chi_sim_vert"),
+            (OcrLanguage{"chi_sim_vert", "tesseract-ocr-chi-sim-vert", false}));
+  EXPECT_EQ(find("osd"), listed.end());  // reads no text
+  EXPECT_GT(listed.size(), 150u);
 }
 
 }  // namespace

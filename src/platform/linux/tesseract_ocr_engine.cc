@@ -9,8 +9,12 @@
 #include <algorithm>
 #include <cctype>
 #include <cstdlib>
+#include <filesystem>
+#include <map>
 #include <memory>
 #include <new>
+
+#include "platform/linux/tesseract_languages.h"
 
 namespace klipora {
 namespace {
@@ -211,12 +215,40 @@ TesseractOcrEngineFactory::TesseractOcrEngineFactory(std::string tessdataDir)
 }
 
 std::string TesseractOcrEngineFactory::debianPackageFor(const std::string& language) {
+  for (const TesseractPackage& known : debianTesseractPackages()) {
+    if (language == known.code) return known.package;
+  }
   std::string name = language;
   if (name.rfind("script/", 0) == 0) name = "script-" + name.substr(7);
   for (char& c : name) {
     c = c == '_' || c == '/' ? '-' : static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
   }
   return "tesseract-ocr-" + name;
+}
+
+std::vector<OcrLanguage> TesseractOcrEngineFactory::languages() {
+  std::map<std::string, OcrLanguage> byCode;
+  for (const TesseractPackage& known : debianTesseractPackages()) {
+    byCode[known.code] = {known.code, known.package, false};
+  }
+  // Models installed by other means (a tessdata folder of one's own) count
+  // too; the orientation model reads no text.
+  for (const std::string folder : {"", "script/"}) {
+    std::error_code error;
+    for (const auto& entry :
+         std::filesystem::directory_iterator(tessdataDir_ + "/" + folder, error)) {
+      const std::filesystem::path& path = entry.path();
+      if (path.extension() != ".traineddata" || access(path.c_str(), R_OK) != 0) continue;
+      std::string code = folder + path.stem().string();
+      if (code == "osd") continue;
+      OcrLanguage& language = byCode[code];
+      if (language.code.empty()) language = {code, debianPackageFor(code), false};
+      language.installed = true;
+    }
+  }
+  std::vector<OcrLanguage> out;
+  for (auto& [code, language] : byCode) out.push_back(std::move(language));
+  return out;
 }
 
 Result<std::unique_ptr<OcrEngine>> TesseractOcrEngineFactory::makeEngine(

@@ -24,6 +24,8 @@ class TesseractOcrEngineFactory final : public OcrEngineFactory {
 
   Result<std::unique_ptr<OcrEngine>> makeEngine(
       const std::vector<std::string>& languages) override;
+  // Debian's language packages, and any other model in the tessdata folder.
+  std::vector<OcrLanguage> languages() override;
 
   const std::string& tessdataDir() const { return tessdataDir_; }
   // "tesseract-ocr-chi-sim" for "chi_sim".

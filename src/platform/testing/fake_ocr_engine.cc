@@ -60,6 +60,18 @@ Result<std::unique_ptr<OcrEngine>> FakeOcrEngineFactory::makeEngine(
   return std::unique_ptr<OcrEngine>(new Engine(*this));
 }
 
+std::vector<OcrLanguage> FakeOcrEngineFactory::languages() {
+  std::set<std::string> all = known;
+  all.insert(installed.begin(), installed.end());
+  std::vector<OcrLanguage> out;
+  for (const std::string& code : all) {
+    std::string package = "tesseract-ocr-" + code;
+    std::replace(package.begin(), package.end(), '_', '-');
+    out.push_back({code, package, installed.count(code) > 0});
+  }
+  return out;
+}
+
 std::vector<OcrObservation> FakeOcrEngineFactory::defaultLines(const OcrRequest& request) {
   const PixelImage& image = *request.image;
   if (request.level == OcrLevel::lines) {

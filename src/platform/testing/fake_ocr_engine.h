@@ -34,10 +34,13 @@ class FakeOcrEngineFactory final : public OcrEngineFactory {
 
   Result<std::unique_ptr<OcrEngine>> makeEngine(
       const std::vector<std::string>& languages) override;
+  // `installed`, and `known` besides, with "tesseract-ocr-" package names.
+  std::vector<OcrLanguage> languages() override;
 
   Responder respond;
   // Languages a load finds; others fail as a missing language pack does.
   std::set<std::string> installed = {"eng"};
+  std::set<std::string> known = {"chi_sim", "deu", "eng", "jpn"};
   // Runs inside every load (a test may block here to keep a load going).
   std::function<void()> duringLoad;
 
