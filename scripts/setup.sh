@@ -21,6 +21,8 @@ packages=(
   scrot xvfb xauth
   # a chat in Chinese, drawn and read back, for the end-to-end test of CJK search
   tesseract-ocr-chi-sim fonts-wqy-microhei
+  # the Debian package and its checks (make deb, make deb-test)
+  dpkg-dev fakeroot lintian systemd
 )
 
 # More languages for text recognition, as Tesseract codes or Debian names:
