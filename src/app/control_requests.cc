@@ -89,6 +89,7 @@ void ControlRequestHandler::handle(const Json& request, Reply reply) {
   if (command == "wait") return wait(request, std::move(reply));
   if (command == "pause" || command == "resume") return reply(pause(command, request));
   if (command == "model") return reply(model(request));
+  if (command == "markup-commit") return reply(markupCommit(request));
   for (const char* later : kLaterCommands) {
     if (command == later) return reply(errorReply(command + " is not available in this build"));
   }

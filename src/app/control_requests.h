@@ -19,6 +19,8 @@
 //   resume                          ends the pause
 //   model  endpoint [model]         sets the model server (null endpoint:
 //                                   none); kept with the user defaults
+//   markup-commit  id snapshot destination   commits a markup edit to an item
+//                                   (overwriteOriginal or newSibling)
 //
 // Thread rules: main thread (it uses the main context).
 #pragma once
@@ -77,6 +79,7 @@ class ControlRequestHandler {
   void wait(const Json& request, Reply reply);
   Json pause(const std::string& command, const Json& request);
   Json model(const Json& request);
+  Json markupCommit(const Json& request);
   library::StorageService* storage();
   static Result<std::vector<UUID>> idsOf(const std::string& command, const Json& request);
 
