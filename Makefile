@@ -6,7 +6,7 @@ ifeq ($(KLIPORA_WERROR),1)
 CMAKE_FLAGS += -DKLIPORA_WERROR=ON
 endif
 
-.PHONY: all setup configure build run test bench clean
+.PHONY: all setup configure build run test bench gallery clean
 
 all: build
 
@@ -27,6 +27,10 @@ test: build
 
 bench: build
 	@cmake --build $(BUILD_DIR) -j $(JOBS) --target benchmarks
+
+# Renders every markup gallery snapshot into $(BUILD_DIR)/gallery, to look at.
+gallery: build
+	@$(BUILD_DIR)/tools/markup_gallery tests/data/markup/gallery $(BUILD_DIR)/gallery
 
 clean:
 	@rm -rf $(BUILD_DIR)
