@@ -1,5 +1,7 @@
 #include "markup/render/markup_export_service.h"
 
+#include "markup/render/markup_base_image.h"
+
 namespace klipora::markup {
 
 Result<MarkupImage> MarkupExportService::decode(std::string_view imageBytes) {
@@ -16,7 +18,8 @@ Result<MarkupImage> MarkupExportService::decode(std::string_view imageBytes) {
 
 Result<MarkupImage> MarkupExportService::render(const MarkupDocumentSnapshot& snapshot,
                                                 const MarkupImage& source) {
-  return renderer_.render(snapshot, source);
+  ASSIGN_OR_RETURN(MarkupImage base, prepareBaseImage(codec_, snapshot, source));
+  return renderer_.render(snapshot, base);
 }
 
 Result<std::string> MarkupExportService::encodePng(const MarkupImage& image) {

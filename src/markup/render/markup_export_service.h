@@ -28,8 +28,9 @@ class MarkupExportService {
   // The source decoded (InvalidArgument or Corruption naming the cause when
   // it is not a readable image).
   Result<MarkupImage> decode(std::string_view imageBytes);
-  // The rendered image: an error whose message begins "renderFailed" when a
-  // step fails.
+  // The rendered image, drawn on the base image the document's background
+  // removal, colour adjustments and perspective make of `source`: an error
+  // whose message begins "renderFailed" when a step fails.
   Result<MarkupImage> render(const MarkupDocumentSnapshot& snapshot, const MarkupImage& source);
   // The rendered image as PNG bytes.
   Result<std::string> renderPng(const MarkupDocumentSnapshot& snapshot, const MarkupImage& source);
