@@ -6,7 +6,7 @@ ifeq ($(KLIPORA_WERROR),1)
 CMAKE_FLAGS += -DKLIPORA_WERROR=ON
 endif
 
-.PHONY: all setup configure build run test bench deb deb-test clean
+.PHONY: all setup configure build run test bench deb deb-test gallery clean
 
 all: build
 
@@ -39,6 +39,10 @@ deb: configure
 # part of `make test`).
 deb-test: deb
 	@bash scripts/test_deb.sh $(BUILD_DIR)
+
+# Renders every markup gallery snapshot into $(BUILD_DIR)/gallery, to look at.
+gallery: build
+	@$(BUILD_DIR)/tools/markup_gallery tests/data/markup/gallery $(BUILD_DIR)/gallery
 
 clean:
 	@rm -rf $(BUILD_DIR)

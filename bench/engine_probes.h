@@ -44,6 +44,9 @@ class CountingImageCodec final : public ImageCodec {
                                               int quality) override;
   Result<PixelImage> decodePixels(std::string_view bytes,
                                   const PixelDecodeOptions& options) override;
+  Result<std::string> encodePng(const PixelImage& image) override {
+    return target_.encodePng(image);
+  }
 
  private:
   ImageCodec& target_;

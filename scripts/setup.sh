@@ -13,6 +13,8 @@ packages=(
   libcairo2-dev libpango1.0-dev fonts-dejavu-core
   # colour emoji for the emoji stamps of markup
   fonts-noto-color-emoji
+  # perspective correction and subject segmentation of markup (core and imgproc only)
+  libopencv-core-dev libopencv-imgproc-dev
   # nouns and adjectives of English, for the keywords of user categories
   wordnet-base
   # tests and benchmarks

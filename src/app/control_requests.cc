@@ -114,6 +114,7 @@ void ControlRequestHandler::handle(const Json& request, Reply reply) {
   if (command == "model") return reply(model(request));
   if (command == "scan") return scan(request, std::move(reply));
   if (command == "pending") return pending(request, std::move(reply));
+  if (command == "markup-commit") return reply(markupCommit(request));
   reply(errorReply("unknown command: " + command));
 }
 

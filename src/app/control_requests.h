@@ -27,6 +27,8 @@
 //                                   library lacks, whatever its age
 //   pending  action                 show, accept or dismiss the pass result
 //                                   held above the bulk-import threshold
+//   markup-commit  id snapshot destination   commits a markup edit to an item
+//                                   (overwriteOriginal or newSibling)
 //
 // Thread rules: main thread (it uses the main context).
 #pragma once
@@ -87,6 +89,7 @@ class ControlRequestHandler {
   Json model(const Json& request);
   void scan(const Json& request, Reply reply);
   void pending(const Json& request, Reply reply);
+  Json markupCommit(const Json& request);
   library::StorageService* storage();
   static Result<std::vector<UUID>> idsOf(const std::string& command, const Json& request);
 

@@ -1,5 +1,6 @@
-// klipora markup show ID / klipora markup check FILE: the saved markup edits
-// of an item, and a checker for snapshot files written by hand or by tools.
+// klipora markup show ID / check FILE / render / commit: the saved markup
+// edits of an item, a checker for snapshot files written by hand or by tools,
+// a snapshot rendered over any image, and an edit committed to an item.
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <filesystem>
@@ -7,11 +8,14 @@
 
 #include "cli/cli_session.h"
 #include "cli/command_registry.h"
+#include "cli/daemon_client.h"
+#include "cli/markup_asset_session.h"
 #include "library/screenshot_item.h"
 #include "markup/markup_document.h"
 #include "markup/markup_non_destructive_store.h"
 #include "markup/markup_sidecar_store.h"
 #include "markup/markup_snapshot_json.h"
+#include "markup/render/markup_export_service.h"
 
 namespace klipora::cli {
 namespace {
@@ -124,6 +128,105 @@ int RunCheck(CliSession& session, const std::string& file) {
   return kExitOk;
 }
 
+Result<MarkupDocumentSnapshot> ReadSnapshot(CliSession& session, const std::string& file) {
+  auto snapshot =
+      markup::readSnapshotFile(session.platform().fileSystem, session.platform().absolutePath(file));
+  if (!snapshot) {
+    std::cerr << "klipora: cannot read the snapshot " << file << ": "
+              << snapshot.error().message() << "\n";
+  }
+  return snapshot;
+}
+
+struct RenderOptions {
+  std::string snapshot, image, output;
+  bool json = false;
+};
+
+int RunRender(CliSession& session, const RenderOptions& options) {
+  auto snapshot = ReadSnapshot(session, options.snapshot);
+  if (!snapshot) return kExitFailure;
+  auto bytes = readInputFile(session, options.image);
+  if (!bytes) return kExitFailure;
+  FileSystem& fs = session.platform().fileSystem;
+  MarkupAssetSession stores(session);
+  markup::MarkupExportService exporter(session.platform().imageCodec, &stores.assets);
+  auto source = exporter.decode(*bytes);
+  if (!source) {
+    std::cerr << "klipora: " << options.image << " is not a readable image: "
+              << source.error().message() << "\n";
+    return kExitFailure;
+  }
+  auto rendered = exporter.render(*snapshot, *source);
+  if (!rendered) {
+    std::cerr << "klipora: " << rendered.error().message() << "\n";
+    return kExitFailure;
+  }
+  auto png = exporter.encodePng(*rendered);
+  std::string output = session.platform().absolutePath(options.output);
+  Status written = png ? fs.writeFileAtomically(output, *png) : Status(png.error());
+  if (!written.ok()) {
+    std::cerr << "klipora: cannot write " << options.output << ": " << written.message() << "\n";
+    return kExitFailure;
+  }
+  if (options.json) {
+    printJson({{"output", output}, {"width", rendered->width()}, {"height", rendered->height()}});
+  } else {
+    std::cout << "Wrote " << output << " (" << rendered->width() << "x" << rendered->height()
+              << ")\n";
+  }
+  return kExitOk;
+}
+
+struct CommitOptions {
+  std::string id, snapshot;
+  bool overwrite = false, newItem = false, json = false;
+};
+
+int RunCommit(CliSession& session, const CommitOptions& options) {
+  if (options.overwrite == options.newItem) {
+    std::cerr << "klipora: markup commit needs exactly one of --overwrite and --new-item\n";
+    return kExitUsage;
+  }
+  if (!UUID::Parse(options.id)) {
+    std::cerr << "klipora: \"" << options.id << "\" is not an item id\n";
+    return kExitUsage;
+  }
+  auto snapshot = ReadSnapshot(session, options.snapshot);
+  if (!snapshot) return kExitFailure;
+  auto text = markup::encodeSnapshot(*snapshot);
+  if (!text) {
+    std::cerr << "klipora: cannot send the snapshot: " << text.error().message() << "\n";
+    return kExitFailure;
+  }
+  auto request = app::makeRequest("markup-commit");
+  request["id"] = options.id;
+  request["destination"] = options.overwrite ? "overwriteOriginal" : "newSibling";
+  request["snapshot"] = app::Json::parse(*text);
+  auto result = runLibraryRequest(session, request, 120);
+  if (!result) return session.exitCode;
+  const auto& reply = result->reply;
+  if (!reply.value("ok", false)) {
+    std::cerr << "klipora: " << replyError(reply) << "\n";
+    return kExitFailure;
+  }
+  if (options.json) {
+    printJson(reply);
+    return kExitOk;
+  }
+  if (options.overwrite) {
+    std::cout << "Item " << reply.value("newItemID", "") << " now shows the edit; its original "
+              << "is kept and the edit reopens with every layer.\n";
+  } else {
+    std::cout << "New item " << reply.value("newItemID", "") << " holds the edit ("
+              << reply.value("url", "") << ").\n";
+  }
+  if (!reply.value("queued", false)) {
+    std::cout << "Its text and category are read again when `klipora run` starts.\n";
+  }
+  return kExitOk;
+}
+
 }  // namespace
 
 KLIPORA_COMMAND(markup) {
@@ -143,6 +246,24 @@ KLIPORA_COMMAND(markup) {
   auto file = std::make_shared<std::string>();
   check->add_option("file", *file, "The snapshot file (JSON)")->required();
   check->callback([&session, file] { session.exitCode = RunCheck(session, *file); });
+
+  auto* render = markup->add_subcommand("render", "Render a snapshot over an image into a PNG");
+  auto r = std::make_shared<RenderOptions>();
+  render->add_option("--snapshot", r->snapshot, "The snapshot file (JSON)")->required();
+  render->add_option("--image", r->image, "The image to draw on")->required();
+  render->add_option("-o,--output", r->output, "The PNG file to write")->required();
+  render->add_flag("--json", r->json, "Print the result as JSON");
+  render->callback([&session, r] { session.exitCode = RunRender(session, *r); });
+
+  auto* commit = markup->add_subcommand(
+      "commit", "Commit an edit to an item: in place (original kept) or as a new item");
+  auto c = std::make_shared<CommitOptions>();
+  commit->add_option("id", c->id, "The item's id")->required();
+  commit->add_option("--snapshot", c->snapshot, "The snapshot file (JSON)")->required();
+  commit->add_flag("--overwrite", c->overwrite, "Replace the item's image, keeping its original");
+  commit->add_flag("--new-item", c->newItem, "Save the result as a new item made from this one");
+  commit->add_flag("--json", c->json, "Print the result as JSON");
+  commit->callback([&session, c] { session.exitCode = RunCommit(session, *c); });
 }
 
 }  // namespace klipora::cli

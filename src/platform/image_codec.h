@@ -1,4 +1,5 @@
-// ImageCodec: reading image facts and making thumbnails from encoded bytes.
+// ImageCodec: reading image facts, making thumbnails and decoding pixels from
+// encoded bytes, and encoding pixels as PNG.
 // The real codec (VipsImageCodec, platform/linux) decodes PNG, JPEG, TIFF,
 // HEIF, WebP, AVIF, GIF, BMP and ICO with libvips. Working from bytes that the
 // caller already holds means an import reads each file from disk once.
@@ -69,6 +70,10 @@ class ImageCodec {
   // Corruption when the pixel data cannot be decoded (truncated, damaged).
   virtual Result<PixelImage> decodePixels(std::string_view bytes,
                                           const PixelDecodeOptions& options) = 0;
+  // Encodes 8-bit pixels (grey, RGB or straight RGBA; alpha is kept) as PNG.
+  // InvalidArgument for an empty image or a buffer that does not match its
+  // size; Internal when the encoder fails.
+  virtual Result<std::string> encodePng(const PixelImage& image) = 0;
 };
 
 }  // namespace klipora

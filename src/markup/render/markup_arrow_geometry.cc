@@ -169,16 +169,23 @@ std::vector<Point> MarkupArrowGeometry::sketchLine(Point from, Point to, double 
   SeededRandom random{seed};
   double length = Length(to - from);
   Point normal = Perpendicular(Normalized(to - from));
-  // A gentle bow plus a small jitter; both grow with the line but stay tame.
-  double bow = random.next() * std::min(length * 0.04, 8.0 + width);
-  double jitter = std::min(1.2 + width * 0.15, 3.0);
-  int count = std::clamp(static_cast<int>(length / 12), 4, 48);
+  // A hand's line: a gentle bow and one slow wiggle, both smooth, both kept
+  // small against the line's length and width.
+  double bow = random.next() * std::min(length * 0.03, 4.0 + width);
+  double wiggle = random.next() * std::min(length * 0.01, 1.5 + width * 0.25);
+  double phase = random.next() * M_PI;
+  // The ends overshoot or stop short a little, as a quick stroke does.
+  double startShift = random.next() * std::min(length * 0.02, width);
+  double endShift = random.next() * std::min(length * 0.02, width);
+  Point d = Normalized(to - from);
+  from = from + d * startShift;
+  to = to + d * endShift;
+  int count = std::clamp(static_cast<int>(length / 6), 8, 96);
   std::vector<Point> points;
   points.reserve(count + 1);
   for (int i = 0; i <= count; ++i) {
     double t = static_cast<double>(i) / count;
-    double offset = bow * 4 * t * (1 - t);
-    if (i != 0 && i != count) offset += random.next() * jitter;
+    double offset = bow * std::sin(M_PI * t) + wiggle * std::sin(2 * M_PI * t + phase);
     points.push_back(from + (to - from) * t + normal * offset);
   }
   return points;

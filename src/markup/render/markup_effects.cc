@@ -181,26 +181,18 @@ bool drawSpotlights(MarkupImage& canvas, const std::vector<MarkupSpotlightRegion
     }
     // Feathered: the dim shape is drawn as a coverage mask, blurred, then
     // laid over the canvas in the dim colour.
-    cairo_surface_t* mask = cairo_image_surface_create(CAIRO_FORMAT_A8, width, height);
-    if (cairo_surface_status(mask) != CAIRO_STATUS_SUCCESS) {
-      cairo_surface_destroy(mask);
-      return false;
-    }
-    cairo_t* mc = cairo_create(mask);
-    AddBucketPath(mc, bucket, width, height);
-    cairo_set_source_rgba(mc, 0, 0, 0, std::clamp(bucket.opacity, 0.0, 1.0));
-    cairo_fill(mc);
-    cairo_destroy(mc);
-    cairo_surface_flush(mask);
-    // Without the blur, the unblurred mask is drawn.
-    GaussianBlurPixels(cairo_image_surface_get_data(mask), cairo_image_surface_get_stride(mask),
-                       width, height, 1, bucket.feather);
-    cairo_surface_mark_dirty(mask);
+    SoftMask mask(0, 0, width, height, bucket.feather);
+    if (!mask.ok()) return false;
+    AddBucketPath(mask.context(), bucket, width, height);
+    cairo_set_source_rgba(mask.context(), 0, 0, 0, std::clamp(bucket.opacity, 0.0, 1.0));
+    cairo_fill(mask.context());
+    mask.blur();
     cairo_save(cr);
+    cairo_rectangle(cr, 0, 0, width, height);
+    cairo_clip(cr);
     setSourceColor(cr, WithAlpha(bucket.color, 1));
-    cairo_mask_surface(cr, mask, 0, 0);
+    mask.fill(cr);
     cairo_restore(cr);
-    cairo_surface_destroy(mask);
   }
   return context.ok();
 }

@@ -63,6 +63,10 @@ std::optional<MarkupImage> MarkupImage::fromPixels(const PixelImage& pixels) {
         r = in[0], g = in[1], b = in[2];
         if (pixels.channels == 4) a = in[3];
       }
+      if (a == 255) {
+        out[x] = 0xFF000000u | (uint32_t{r} << 16) | (uint32_t{g} << 8) | b;
+        continue;
+      }
       out[x] = (uint32_t{a} << 24) | (uint32_t{Premultiply(r, a)} << 16) |
                (uint32_t{Premultiply(g, a)} << 8) | Premultiply(b, a);
     }
@@ -92,6 +96,10 @@ PixelImage MarkupImage::toPixels() const {
     for (int x = 0; x < out.width; ++x, o += 4) {
       uint32_t p = in[x];
       uint8_t a = p >> 24;
+      if (a == 255) {  // most of a screenshot: nothing to divide
+        o[0] = (p >> 16) & 0xff, o[1] = (p >> 8) & 0xff, o[2] = p & 0xff, o[3] = 255;
+        continue;
+      }
       o[0] = Unpremultiply((p >> 16) & 0xff, a);
       o[1] = Unpremultiply((p >> 8) & 0xff, a);
       o[2] = Unpremultiply(p & 0xff, a);

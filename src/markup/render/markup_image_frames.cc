@@ -35,26 +35,20 @@ bool DrawShadow(cairo_t* cr, int width, int height, const Rect& shape, double co
   int x1 = std::clamp(static_cast<int>(std::ceil(shape.maxX() + margin)), 0, width);
   int y1 = std::clamp(static_cast<int>(std::ceil(shape.maxY() + margin)), 0, height);
   if (x1 <= x0 || y1 <= y0) return true;
-  cairo_surface_t* mask = cairo_image_surface_create(CAIRO_FORMAT_A8, x1 - x0, y1 - y0);
-  if (cairo_surface_status(mask) != CAIRO_STATUS_SUCCESS) {
-    cairo_surface_destroy(mask);
-    return false;
-  }
-  cairo_t* mc = cairo_create(mask);
-  cairo_translate(mc, -x0, -y0);
-  addRoundedRect(mc, shape, cornerRadius);
-  cairo_set_source_rgba(mc, 0, 0, 0, 1);
-  cairo_fill(mc);
-  cairo_destroy(mc);
-  cairo_surface_flush(mask);
-  GaussianBlurPixels(cairo_image_surface_get_data(mask), cairo_image_surface_get_stride(mask),
-                     x1 - x0, y1 - y0, 1, sigma);
-  cairo_surface_mark_dirty(mask);
+  SoftMask mask(x0, y0, x1 - x0, y1 - y0, sigma);
+  if (!mask.ok()) return false;
+  addRoundedRect(mask.context(), shape, cornerRadius);
+  cairo_set_source_rgba(mask.context(), 0, 0, 0, 1);
+  cairo_fill(mask.context());
+  mask.blur();
   CodableColor color = shadow.color;
   color.alpha = std::clamp(shadow.opacity, 0.0, 1.0);
+  cairo_save(cr);
+  cairo_rectangle(cr, x0, y0, x1 - x0, y1 - y0);
+  cairo_clip(cr);
   setSourceColor(cr, color);
-  cairo_mask_surface(cr, mask, x0, y0);
-  cairo_surface_destroy(mask);
+  mask.fill(cr);
+  cairo_restore(cr);
   return true;
 }
 

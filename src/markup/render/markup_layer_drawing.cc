@@ -135,7 +135,8 @@ void drawTextBox(cairo_t* cr, const MarkupTextBox& box) {
   cairo_save(cr);
   RotateAbout(cr, frame.center(), box.rotation);
   const double size = std::max(box.fontSize, 1.0);
-  const double padding = box.backgroundColor ? std::max(4.0, size * 0.3) : std::max(2.0, size * 0.15);
+  const double padding =
+      box.backgroundColor ? std::max(6.0, size * 0.4) : std::max(2.0, size * 0.15);
   if (box.backgroundColor) {
     addRoundedRect(cr, frame, std::min(size * 0.35, 10.0));
     setSourceColor(cr, *box.backgroundColor);

@@ -333,4 +333,26 @@ Result<PixelImage> VipsImageCodec::decodePixels(std::string_view bytes,
   return image;
 }
 
+Result<std::string> VipsImageCodec::encodePng(const PixelImage& image) {
+  if (image.empty() || image.channels < 1 || image.channels > 4 ||
+      image.pixels.size() != static_cast<size_t>(image.width) * image.height * image.channels) {
+    return Err(Status::InvalidArgument("no pixels to encode"));
+  }
+  Ref<VipsImage> in(vips_image_new_from_memory(image.pixels.data(), image.pixels.size(),
+                                               image.width, image.height, image.channels,
+                                               VIPS_FORMAT_UCHAR));
+  if (!in.get()) return Err(Status::Internal(TakeVipsError()));
+  void* buffer = nullptr;
+  size_t length = 0;
+  // Level 6 with adaptive filtering: near the smallest files, at a fraction
+  // of level 9's time.
+  if (vips_pngsave_buffer(in.get(), &buffer, &length, "compression", 6, "filter",
+                          VIPS_FOREIGN_PNG_FILTER_ALL, nullptr) != 0) {
+    return Err(Status::Internal(TakeVipsError()));
+  }
+  std::string bytes(static_cast<const char*>(buffer), length);
+  g_free(buffer);
+  return bytes;
+}
+
 }  // namespace klipora

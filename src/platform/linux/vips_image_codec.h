@@ -18,6 +18,7 @@ class VipsImageCodec final : public ImageCodec {
                                               int quality) override;
   Result<PixelImage> decodePixels(std::string_view bytes,
                                   const PixelDecodeOptions& options) override;
+  Result<std::string> encodePng(const PixelImage& image) override;
 };
 
 }  // namespace klipora

@@ -87,4 +87,15 @@ Result<PixelImage> FakeImageCodec::decodePixels(std::string_view bytes,
   return image;
 }
 
+Result<std::string> FakeImageCodec::encodePng(const PixelImage& image) {
+  if (image.empty() ||
+      image.pixels.size() != static_cast<size_t>(image.width) * image.height * image.channels) {
+    return Err(Status::InvalidArgument("no pixels to encode"));
+  }
+  ++pngsEncoded;
+  // The fill of a uniform image survives the round trip; others read back white.
+  return makeImage(image.width, image.height,
+                   "fill=" + std::to_string(image.pixels.empty() ? 255 : image.pixels[0]));
+}
+
 }  // namespace klipora::testing

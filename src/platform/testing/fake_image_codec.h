@@ -3,7 +3,8 @@
 //    [broken]\n…"
 // Anything else is "not an image". "broken" makes the thumbnail and the pixel
 // decode fail as undecodable pixels would; decoded pixels all have the value
-// of fill (255 when absent). makeImage() writes the format. Thread-safe.
+// of fill (255 when absent). makeImage() writes the format; encodePng()
+// writes it too, with the fill of the first byte. Thread-safe.
 #pragma once
 
 #include <atomic>
@@ -27,11 +28,13 @@ class FakeImageCodec final : public ImageCodec {
                                               int quality) override;
   Result<PixelImage> decodePixels(std::string_view bytes,
                                   const PixelDecodeOptions& options) override;
+  Result<std::string> encodePng(const PixelImage& image) override;
 
   FileSystem* files = nullptr;
   std::atomic<int> thumbnailsMade{0};
   std::atomic<int> fileReads{0};  // calls of the *OfFile variants
   std::atomic<int> pixelDecodes{0};
+  std::atomic<int> pngsEncoded{0};
 };
 
 }  // namespace klipora::testing
