@@ -16,6 +16,7 @@
 #include "platform/file_system.h"
 #include "platform/folder_watch.h"
 #include "platform/image_codec.h"
+#include "platform/image_detector.h"
 #include "platform/log.h"
 #include "platform/main_loop.h"
 #include "platform/mount_table_watch.h"
@@ -34,6 +35,7 @@ struct AppPlatform {
   Executor& freshRecognition;  // one thread for screenshots just taken
   Executor& labels;            // one serial thread
   OcrEngineFactory& ocrEngines;
+  ImageDetector& imageDetector;  // faces, people, QR codes, lines
   ProcessLocks& processLocks;
   ControlChannelClient& controlClient;
   StopSignals& stopSignals;
