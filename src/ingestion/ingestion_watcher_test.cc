@@ -125,6 +125,58 @@ TEST_F(IngestionWatcherTest, ACompleteScreenshotIsHandedOffOnce) {
   EXPECT_EQ(handedOff_.back(), gif);
 }
 
+TEST_F(IngestionWatcherTest, EachToolsWayOfWritingGivesOneHandOff) {
+  watch({Screenshots()});
+  const std::string dir = "/home/u/Pictures/Screenshots/";
+
+  // Written under a dot-name, then renamed: only the rename counts.
+  const std::string hidden = dir + ".Screenshot_20240501_102030.png";
+  const std::string visible = dir + "Screenshot_20240501_102030.png";
+  write(hidden, Png());
+  clock_.advance(2);
+  EXPECT_TRUE(handedOff_.empty());
+  ASSERT_TRUE(fs_.rename(hidden, visible).ok());
+  folderWatch_.send(Kind::movedOut, hidden);
+  folderWatch_.send(Kind::movedIn, visible);
+  clock_.advance(IngestionWatcher::kProbablyCompleteDelay);
+  EXPECT_EQ(handedOff_, std::vector<std::string>{visible});
+
+  // Made whole elsewhere and linked into place: only a create event.
+  const std::string linked = dir + "Screenshot_20240501_102031.png";
+  fs_.addFile(linked, Png(), clock_.now());
+  folderWatch_.send(Kind::created, linked);
+  clock_.advance(IngestionWatcher::kMaybeCompleteDelay);
+  EXPECT_EQ(handedOff_.back(), linked);
+
+  // Created, then renamed to a second name in the folder: reported by both
+  // events, handed off once under its final name.
+  const std::string first = dir + "Screenshot_20240501_102032.png";
+  const std::string renamed = dir + "Screenshot_20240501_102033.png";
+  write(first, Png(false), Kind::modified);
+  fs_.addFile(renamed, Png(), clock_.now());
+  (void)fs_.removeFile(first);
+  folderWatch_.send(Kind::movedOut, first);
+  folderWatch_.send(Kind::movedIn, renamed);
+  folderWatch_.send(Kind::closedWrite, renamed);
+  clock_.advance(5);
+  EXPECT_EQ(handedOff_, (std::vector<std::string>{visible, linked, renamed}));
+}
+
+TEST_F(IngestionWatcherTest, AHalfWrittenFileWaitsAndIsDroppedWhenItNeverEnds) {
+  watch({Inbox()});
+  const std::string shot = "/home/u/Inbox/slow.png";
+  write(shot, Png(false), Kind::modified);
+  for (int i = 0; i < 10; ++i) {
+    clock_.advance(1);
+    fs_.addFile(shot, Png(false) + std::string(i * 10, 'x'), clock_.now().addingTimeInterval(-i));
+    folderWatch_.send(Kind::modified, shot);
+  }
+  EXPECT_TRUE(handedOff_.empty());
+  clock_.advance(IngestionWatcher::kGiveUpAfter);
+  EXPECT_TRUE(handedOff_.empty());
+  EXPECT_TRUE(log_.contains("skip /home/u/Inbox/slow.png: still incomplete after 120s"));
+}
+
 TEST_F(IngestionWatcherTest, OnlyNewScreenshotsPassTheFilters) {
   watch({Screenshots(), Inbox()});
   const std::string dir = "/home/u/Pictures/Screenshots/";
