@@ -81,6 +81,7 @@ void AppCoordinator::start() {
 
   if (!structureCreated_) handleLibraryVolumeMaybeUnmounted();
   if (retention_) retention_->start();
+  startReconciliation();
   log::info("Boot", "AppCoordinator.start() end (root=%s)", root_.c_str());
 }
 
@@ -120,6 +121,8 @@ void AppCoordinator::stop() {
   started_ = false;
   if (healthProbe_) env_.timers.cancel(*healthProbe_);
   healthProbe_.reset();
+  if (safetyRescan_) env_.timers.cancel(*safetyRescan_);
+  safetyRescan_.reset();
   if (env_.mountWatch) env_.mountWatch->stop();
   if (retention_) retention_->stop();
   if (announcements_) announcements_->stopPolling();

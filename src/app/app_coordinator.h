@@ -21,6 +21,7 @@
 #include "app/app_environment.h"
 #include "app/app_services.h"
 #include "ingestion/import_pipeline.h"
+#include "ingestion/watched_folder_reconciler.h"
 #include "ingestion/watcher_pause_schedule.h"
 #include "library/app_settings.h"
 #include "library/library_root.h"
@@ -37,6 +38,10 @@ class AppCoordinator {
   static constexpr char kRepairedTitlesKey[] = "AppCoordinator.repairedAutomaticUserTitles.v1";
   static constexpr double kFolderHealthProbeInterval = 30;
   static constexpr int kStuckItemsListed = 20;
+  static constexpr double kReconciliationDebounce = 30;
+  // Network and FUSE file systems send no file events: their new files are
+  // found by this periodic pass.
+  static constexpr double kSafetyRescanInterval = 600;
 
   // `context` may be null (a start without a store): every step that needs
   // it logs that it was skipped.
@@ -62,6 +67,36 @@ class AppCoordinator {
   void handleLibraryVolumeMaybeRemounted();
   void scanForLeftoverMigrationSentinel();
   void enableAutomaticImport(bool advanceCutoff);
+
+  // Reconciliation of the watched folders (app_coordinator_reconciliation.cc).
+  struct ReconciliationOutcome {
+    enum class Kind { skipped, aborted, nothingNew, imported, pending };
+    Kind kind = Kind::nothingNew;
+    std::string message;  // why it was skipped or aborted
+    int found = 0, imported = 0, duplicates = 0, failed = 0;
+    std::vector<std::pair<std::string, std::string>> failures;  // path, reason
+  };
+  using ReconciliationDone = std::function<void(const ReconciliationOutcome&)>;
+  // The gate: skipped while a pass runs, while paused, and unless the user
+  // `requested` it, with automatic import off or within 30 s of the last
+  // pass; otherwise a pass runs over the active folders (those of
+  // `onlyFolders` when given).
+  void runReconciliationIfDue(ReconciliationDone done = nullptr, bool requested = false,
+                              std::vector<std::string> onlyFolders = {});
+  // Accepts the result held for the user's decision; `done` gets nothingNew
+  // when nothing is pending.
+  void acceptPendingReconciliation(ReconciliationDone done = nullptr);
+  void dismissPendingReconciliation();
+  // Every file of these folders that the library lacks, whatever its age,
+  // imported at once (no threshold).
+  void scanFoldersForUnimportedFiles(const std::vector<library::WatchedFolder>& folders,
+                                     ReconciliationDone done = nullptr);
+  // Sets one folder's cut-off (to now when `at` is absent); never backwards.
+  Status stampReconciled(const UUID& folderID, std::optional<Date> at = std::nullopt);
+  bool isReconciling() const { return isReconciling_; }
+  const std::optional<ingestion::ReconciliationResult>& pendingReconciliation() const {
+    return pendingReconciliation_;
+  }
 
   // A new screenshot seen by the watcher: imported (source automaticWatch)
   // unless it is older than its folder's last sweep, then queued first.
@@ -105,6 +140,12 @@ class AppCoordinator {
   std::shared_ptr<library::AppSettings> currentSettings();
   void applySettings(const library::AppSettings& settings, bool atStart);
   void importFinished();
+  void performReconciliation(ReconciliationDone done, const std::vector<std::string>& only);
+  void autoImport(ingestion::ReconciliationResult result, ReconciliationDone done);
+  void endReconciliation(const ReconciliationOutcome& outcome, const ReconciliationDone& done);
+  void stampAllFoldersReconciledNow();
+  // The pass at start and the periodic safety pass.
+  void startReconciliation();
 
   AppEnvironment env_;
   library::ModelContext* context_;
@@ -125,6 +166,12 @@ class AppCoordinator {
   std::unique_ptr<AnnouncementPollerService> announcements_;
 
   std::optional<TimerId> healthProbe_;
+  std::optional<TimerId> safetyRescan_;
+  bool isReconciling_ = false;
+  std::optional<double> lastReconciliationAt_;  // monotonic seconds
+  std::optional<ingestion::ReconciliationResult> pendingReconciliation_;
+  // Work posted to the main loop checks this before touching the coordinator.
+  std::shared_ptr<int> lifetime_ = std::make_shared<int>(0);
   bool started_ = false;
   bool servicesPaused_ = false;
   bool structureCreated_ = false;

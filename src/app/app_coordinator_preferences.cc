@@ -66,6 +66,9 @@ void AppCoordinator::applySettings(const library::AppSettings& settings, bool at
 
 void AppCoordinator::enableAutomaticImport(bool advanceCutoff) {
   log::info("Watcher", "enableAutomaticImport advanceCutoff=%s", advanceCutoff ? "true" : "false");
+  // What lay in the folders while import was off is the user's past, neither
+  // a paste for the watcher nor work for the next sweep.
+  if (advanceCutoff) stampAllFoldersReconciledNow();
   if (!watcher_) {
     log::info("Watcher", "enableAutomaticImport skipped — no ingestionWatcher");
     return;

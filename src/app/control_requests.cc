@@ -13,8 +13,6 @@ using library::SqlValue;
 
 namespace {
 
-constexpr const char* kLaterCommands[] = {"scan", "pause", "resume"};
-
 Json OutcomesJson(const std::vector<library::TrashOutcome>& outcomes) {
   Json list = Json::array();
   bool allDone = true;
@@ -89,9 +87,8 @@ void ControlRequestHandler::handle(const Json& request, Reply reply) {
   if (command == "wait") return wait(request, std::move(reply));
   if (command == "pause" || command == "resume") return reply(pause(command, request));
   if (command == "model") return reply(model(request));
-  for (const char* later : kLaterCommands) {
-    if (command == later) return reply(errorReply(command + " is not available in this build"));
-  }
+  if (command == "scan") return scan(request, std::move(reply));
+  if (command == "pending") return pending(request, std::move(reply));
   reply(errorReply("unknown command: " + command));
 }
 

@@ -19,6 +19,11 @@
 //   resume                          ends the pause
 //   model  endpoint [model]         sets the model server (null endpoint:
 //                                   none); kept with the user defaults
+//   scan  [folders] [force]         a reconciliation pass now (answers when
+//                                   it ends); `force`: every file the
+//                                   library lacks, whatever its age
+//   pending  action                 show, accept or dismiss the pass result
+//                                   held above the bulk-import threshold
 //
 // Thread rules: main thread (it uses the main context).
 #pragma once
@@ -77,6 +82,8 @@ class ControlRequestHandler {
   void wait(const Json& request, Reply reply);
   Json pause(const std::string& command, const Json& request);
   Json model(const Json& request);
+  void scan(const Json& request, Reply reply);
+  void pending(const Json& request, Reply reply);
   library::StorageService* storage();
   static Result<std::vector<UUID>> idsOf(const std::string& command, const Json& request);
 

@@ -48,7 +48,10 @@ TEST_F(DaemonTest, AnswersRequestsOnItsChannel) {
 
   EXPECT_EQ(ask("not json")["error"], "a request is a JSON object with a \"command\" string");
   EXPECT_EQ(ask(R"({"command":"trash","ids":["nope"]})")["error"], "\"nope\" is not an item id");
-  EXPECT_EQ(ask(R"({"command":"scan"})")["error"], "scan is not available in this build");
+  EXPECT_EQ(ask(R"({"command":"scan","folders":["/nowhere"]})")["error"].get<std::string>().rfind(
+                "/nowhere is not a watched folder", 0),
+            0u);
+  EXPECT_EQ(ask(R"({"command":"pending"})")["pending"], 0);
   EXPECT_EQ(ask(R"({"command":"fly"})")["error"], "unknown command: fly");
 }
 

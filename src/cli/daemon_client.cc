@@ -28,6 +28,26 @@ std::string replyError(const app::Json& reply) {
   return "the request failed";
 }
 
+app::RequestTarget storeRequestTarget(CliSession& session, app::AppCoordinator* coordinator) {
+  // The markup module supplies the real cleaner once it exists.
+  static library::NoMarkupEdits markupEdits;
+  auto& platform = session.platform();
+  return app::RequestTarget{
+      .context = session.context(),
+      .markupEdits = markupEdits,
+      .clock = platform.clock,
+      .timers = platform.mainLoop,
+      .userDefaults = session.userDefaults(),
+      .coordinator = coordinator,
+      .storage = coordinator ? nullptr : &session.storage(),
+      .storePath = session.container().storePath(),
+      .libraryRoot = coordinator ? coordinator->libraryRoot() : session.libraryRoot().root,
+      .fallbackNotice = coordinator ? coordinator->fallbackNotice()
+                                    : session.libraryRoot().fallbackNotice,
+      .daemonPid = std::nullopt,
+  };
+}
+
 std::optional<LibraryReply> runLibraryRequest(CliSession& session, const app::Json& request,
                                               double timeoutSeconds) {
   Clock& clock = session.platform().clock;
@@ -58,22 +78,7 @@ std::optional<LibraryReply> runLibraryRequest(CliSession& session, const app::Js
   }
 
   if (!session.openLibrary()) return std::nullopt;
-  // The markup module supplies the real cleaner once it exists.
-  static library::NoMarkupEdits markupEdits;
-  auto& platform = session.platform();
-  app::ControlRequestHandler handler(app::RequestTarget{
-      .context = session.context(),
-      .markupEdits = markupEdits,
-      .clock = platform.clock,
-      .timers = platform.mainLoop,
-      .userDefaults = session.userDefaults(),
-      .coordinator = nullptr,
-      .storage = &session.storage(),
-      .storePath = session.container().storePath(),
-      .libraryRoot = session.libraryRoot().root,
-      .fallbackNotice = session.libraryRoot().fallbackNotice,
-      .daemonPid = std::nullopt,
-  });
+  app::ControlRequestHandler handler(storeRequestTarget(session, nullptr));
   std::optional<app::Json> reply;
   handler.handle(request, [&reply](app::Json r) { reply = std::move(r); });
   if (!reply) {

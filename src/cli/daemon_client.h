@@ -22,6 +22,10 @@ struct LibraryReply {
   bool viaDaemon = false;
 };
 
+// What requests run against in this process: the store directly, or an
+// engine this command started (after session.openLibrary()).
+app::RequestTarget storeRequestTarget(CliSession& session, app::AppCoordinator* coordinator);
+
 // Runs `request` through the daemon or on the store. Fails only when neither
 // can answer; the store's own failures come back as {"ok": false} replies.
 // On failure the reason has been printed and session.exitCode set.

@@ -164,6 +164,8 @@ const RecordSchema<ScreenshotItem>& schemaOf<ScreenshotItem>() {
           "CREATE INDEX IF NOT EXISTS ScreenshotItem_importedAt ON ScreenshotItem(importedAt)",
           "CREATE INDEX IF NOT EXISTS ScreenshotItem_deletedAt ON ScreenshotItem(deletedAt)",
           "CREATE INDEX IF NOT EXISTS ScreenshotItem_state ON ScreenshotItem(processingStateRaw)",
+          // The sweep of watched folders asks whether a file is in the library.
+          "CREATE INDEX IF NOT EXISTS ScreenshotItem_sourcePath ON ScreenshotItem(sourcePath)",
       }};
   return schema;
 }
