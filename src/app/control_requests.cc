@@ -244,8 +244,12 @@ void ControlRequestHandler::import(const Json& request, Reply reply) {
   batch->remaining = paths.size();
   batch->reply = std::move(reply);
   for (const auto& path : paths) batch->results.push_back({{"path", path}});
+  // A folder's files come from `klipora import --folder`, a batch at a time.
+  const auto source = request.value("source", "") == "folderImport"
+                          ? library::ImportSourceType::folderImport
+                          : library::ImportSourceType::manualImport;
   for (size_t i = 0; i < paths.size(); ++i) {
-    coordinator->importFile(paths[i], library::ImportSourceType::manualImport, std::nullopt,
+    coordinator->importFile(paths[i], source, std::nullopt,
                             std::nullopt, [batch, i, coordinator](ingestion::ImportResult result) {
                               auto& entry = batch->results[i];
                               if (result) {
@@ -254,6 +258,8 @@ void ControlRequestHandler::import(const Json& request, Reply reply) {
                               } else {
                                 entry["id"] = nullptr;
                                 entry["error"] = result.error().errorDescription();
+                                entry["duplicate"] = result.error().kind ==
+                                    ingestion::ImportError::Case::duplicateScreenshot;
                                 batch->allOk = false;
                               }
                               if (--batch->remaining == 0) {

@@ -9,7 +9,8 @@
 //   trash / restore / delete  ids   per-id outcomes
 //   empty-trash                     per-id outcomes
 //   sweep-trash                     one retention sweep now
-//   import  paths                   daemon only: per-path id or error
+//   import  paths [source]          daemon only: per-path id or error;
+//                                   source "folderImport" for a folder
 //   retry  ids                      back to pending; the daemon runs them first
 //   reprocess  all|category|failed  back to pending; the daemon queues them
 //   wait  ids [timeoutSeconds]      daemon only: answers once every item has

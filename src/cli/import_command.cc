@@ -9,6 +9,7 @@
 #include "cli/cli_session.h"
 #include "cli/command_registry.h"
 #include "cli/daemon_client.h"
+#include "cli/import_folder.h"
 #include "ingestion/import_pipeline.h"
 #include "library/screenshot_item.h"
 #include "library/screenshot_item_store.h"
@@ -18,6 +19,7 @@ namespace {
 
 struct ImportOptions {
   std::vector<std::string> paths;
+  std::string folder;  // --folder: a bulk import of the whole folder
   bool json = false;
   bool wait = false;
   double waitSeconds = 600;
@@ -230,14 +232,25 @@ int RunWait(CliSession& session, const ImportOptions& options) {
 KLIPORA_COMMAND(import) {
   auto* cmd = app.add_subcommand("import", "Import image files into the library");
   auto options = std::make_shared<ImportOptions>();
-  cmd->add_option("paths", options->paths, "Image files to import")->required();
+  cmd->add_option("paths", options->paths, "Image files to import");
+  cmd->add_option("--folder", options->folder,
+                  "Import every image in this folder and its subfolders (bulk import)");
   cmd->add_flag("--json", options->json, "Print the outcome of each file as JSON");
   cmd->add_flag("--wait", options->wait,
                 "Wait until each new item is processed and print its state, category, "
                 "confidence and title");
   cmd->add_option("--wait-seconds", options->waitSeconds,
                   "Give up waiting after this many seconds (default 600)");
-  cmd->callback([&session, options] { session.exitCode = RunImport(session, *options); });
+  cmd->callback([&session, options] {
+    if (options->folder.empty() == options->paths.empty()) {
+      std::cerr << "klipora: import takes image files or --folder DIR\n";
+      session.exitCode = kExitUsage;
+      return;
+    }
+    session.exitCode = options->folder.empty()
+                           ? RunImport(session, *options)
+                           : RunFolderImport(session, options->folder, options->json);
+  });
 }
 
 KLIPORA_COMMAND(wait) {
