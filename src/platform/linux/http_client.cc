@@ -139,7 +139,9 @@ std::optional<std::string> unchunk(std::string_view data, bool* malformed) {
     }
     at = lineEnd + 2;
     if (size == 0) return body;
-    if (data.size() < at + size + 2) return std::nullopt;
+    // Compared so that no sum can wrap: a chunk of any announced size is
+    // waited for, and the reply's limit ends the wait.
+    if (size > data.size() - at || data.size() - at - size < 2) return std::nullopt;
     body.append(data.substr(at, size));
     at += size + 2;
   }
@@ -219,43 +221,52 @@ Result<HttpResponse> httpExchange(const HttpUrl& url, const HttpCall& call) {
   }
 
   std::string data;
-  std::optional<Head> head;
   char buffer[16384];
   for (;;) {
-    if (head) {
-      std::string_view body(data.data() + head->bodyStart, data.size() - head->bodyStart);
-      if (head->chunked) {
-        bool malformed = false;
-        auto whole = unchunk(body, &malformed);
-        if (malformed) return Err(Status::Corruption(where + " sent a malformed chunked reply"));
-        if (whole) return HttpResponse{head->status, std::move(*whole)};
-      } else if (head->contentLength && body.size() >= *head->contentLength) {
-        return HttpResponse{head->status, std::string(body.substr(0, *head->contentLength))};
-      }
-    }
     RETURN_IF_ERROR(waiter.wait(socket.get(), POLLIN));
     ssize_t n = ::recv(socket.get(), buffer, sizeof buffer, 0);
     if (n < 0 && (errno == EAGAIN || errno == EINTR)) continue;
     if (n < 0) {
       return Err(Status::Unavailable(where + " dropped the connection: " + std::strerror(errno)));
     }
-    if (n == 0) {
-      if (head && !head->chunked && !head->contentLength) {
-        return HttpResponse{head->status, data.substr(head->bodyStart)};
-      }
-      return Err(Status::Unavailable(where + " closed the connection before the reply was complete"));
-    }
     data.append(buffer, static_cast<size_t>(n));
     if (data.size() > kMaxReply) {
       return Err(Status::InvalidArgument(where + " sent a reply of more than 32 MB"));
     }
-    if (!head) {
-      size_t headEnd = data.find("\r\n\r\n");
-      if (headEnd == std::string::npos) continue;
-      head = parseHead(data, headEnd);
-      if (!head) return Err(Status::Corruption(where + " did not answer in HTTP"));
-    }
+    auto reply = parseHttpReply(data, /*atEnd=*/n == 0);
+    if (!reply) return Err(Status(reply.error().code(), where + " " + reply.error().message()));
+    if (*reply) return std::move(**reply);
   }
+}
+
+Result<std::optional<HttpResponse>> parseHttpReply(std::string_view data, bool atEnd) {
+  const Status cut = Status::Unavailable("closed the connection before the reply was complete");
+  size_t headEnd = data.find("\r\n\r\n");
+  if (headEnd == std::string_view::npos) {
+    if (data.size() >= 5 && data.substr(0, 5) != "HTTP/") {
+      return Err(Status::Corruption("did not answer in HTTP"));
+    }
+    if (atEnd) return Err(cut);
+    return std::optional<HttpResponse>();
+  }
+  auto head = parseHead(std::string(data.substr(0, headEnd + 4)), headEnd);
+  if (!head) return Err(Status::Corruption("did not answer in HTTP"));
+  std::string_view body = data.substr(head->bodyStart);
+  if (head->chunked) {
+    bool malformed = false;
+    auto whole = unchunk(body, &malformed);
+    if (malformed) return Err(Status::Corruption("sent a malformed chunked reply"));
+    if (whole) return std::optional<HttpResponse>(HttpResponse{head->status, std::move(*whole)});
+  } else if (head->contentLength) {
+    if (body.size() >= *head->contentLength) {
+      return std::optional<HttpResponse>(
+          HttpResponse{head->status, std::string(body.substr(0, *head->contentLength))});
+    }
+  } else if (atEnd) {
+    return std::optional<HttpResponse>(HttpResponse{head->status, std::string(body)});
+  }
+  if (atEnd) return Err(cut);
+  return std::optional<HttpResponse>();
 }
 
 }  // namespace klipora

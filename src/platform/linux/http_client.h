@@ -7,7 +7,9 @@
 // Thread rules: httpExchange may run on any thread, several at once.
 #pragma once
 
+#include <optional>
 #include <string>
+#include <string_view>
 
 #include "platform/http_url.h"
 #include "platform/language_model.h"
@@ -32,5 +34,12 @@ struct HttpResponse {
 // TimedOut past the deadline, Cancelled once the signal fires, Corruption
 // for a reply that is not HTTP, InvalidArgument for a reply over 32 MB.
 Result<HttpResponse> httpExchange(const HttpUrl& url, const HttpCall& call);
+
+// Reads a reply from the bytes received so far: nothing while more are
+// needed, the reply once it is complete. `atEnd`: the stream has ended, so
+// a reply without a length ends here and an incomplete one is Unavailable.
+// Corruption for bytes that are not an HTTP/1.x reply. Messages name no
+// peer; the caller puts it in front.
+Result<std::optional<HttpResponse>> parseHttpReply(std::string_view data, bool atEnd);
 
 }  // namespace klipora
