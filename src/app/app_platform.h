@@ -23,6 +23,7 @@
 #include "platform/mount_table_watch.h"
 #include "platform/ocr_engine.h"
 #include "platform/process_lock.h"
+#include "platform/service_manager.h"
 
 namespace klipora::app {
 
@@ -57,6 +58,10 @@ struct AppPlatform {
   // Reads an environment variable; null when unset.
   std::function<const char*(const char*)> getenv;
   int processID = 0;
+  // The user's service manager (systemd); null where there is none to use.
+  ServiceManager* serviceManager = nullptr;
+  // The absolute path of the running klipora binary, for the units that start it.
+  std::string executablePath;
 };
 
 }  // namespace klipora::app

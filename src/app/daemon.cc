@@ -71,7 +71,7 @@ void Daemon::finish(Status saved) {
   done(saved);
 }
 
-void Daemon::requestStop(std::function<void(Status saved)> stopped) {
+void Daemon::requestStop(std::function<void(Status saved)> stopped, double grace) {
   if (stopping_) {
     // A second request (or the grace timer) does not wait any longer.
     log::warning("Boot", "stopping now; %d import(s) still in flight",
@@ -85,7 +85,7 @@ void Daemon::requestStop(std::function<void(Status saved)> stopped) {
   log::info("Boot", "stopping: finishing imports in flight, then saving");
   if (pollTimer_) env_.timers.cancel(*pollTimer_);
   pollTimer_.reset();
-  graceTimer_ = env_.timers.scheduleOnce(kShutdownGrace, [this] {
+  graceTimer_ = env_.timers.scheduleOnce(grace, [this] {
     graceTimer_.reset();
     requestStop(nullptr);
   });

@@ -33,6 +33,9 @@ class Daemon {
  public:
   static constexpr double kStoreChangePollInterval = 1.0;
   static constexpr double kShutdownGrace = 30.0;
+  // A service manager's stop (SIGTERM) waits this long, so that the daemon is
+  // gone well within the 5 s a user session gives it at log-out.
+  static constexpr double kTerminateGrace = 3.0;
 
   Daemon(AppEnvironment env, library::ModelContext& context, ControlChannelServer& server,
          DaemonOptions options, AppServiceFactories factories = {});
@@ -43,7 +46,9 @@ class Daemon {
   Status start();
   // The address the channel listens at, once started.
   const std::string& controlAddress() const { return address_; }
-  void requestStop(std::function<void(Status saved)> stopped);
+  // Imports still in flight after `grace` seconds are not waited for, as on a
+  // second request.
+  void requestStop(std::function<void(Status saved)> stopped, double grace = kShutdownGrace);
 
   AppCoordinator& coordinator() { return coordinator_; }
 

@@ -17,6 +17,7 @@
 #include "platform/linux/log_sinks.h"
 #include "platform/linux/malloc_tuning.h"
 #include "platform/linux/proc_mount_info_watch.h"
+#include "platform/linux/systemd_service_manager.h"
 #include "platform/linux/wordnet_lexicon.h"
 
 int main(int argc, char** argv) {
@@ -30,6 +31,9 @@ int main(int argc, char** argv) {
 
   LinuxPlatform linux;
   WordNetLexicon lexicon;
+  SystemdServiceManager serviceManager([](const char* name) { return std::getenv(name); });
+  std::error_code noPath;
+  const std::string executable = std::filesystem::read_symlink("/proc/self/exe", noPath).string();
   app::AppPlatform platform{
       .fileSystem = linux.fileSystem,
       .imageCodec = linux.imageCodec,
@@ -68,6 +72,8 @@ int main(int argc, char** argv) {
       .lexicon = &lexicon,
       .getenv = [](const char* name) -> const char* { return std::getenv(name); },
       .processID = static_cast<int>(::getpid()),
+      .serviceManager = &serviceManager,
+      .executablePath = executable.empty() ? std::string(argv[0]) : executable,
   };
 
   cli::CliSession session(platform);

@@ -26,7 +26,7 @@ class InfoLineSink final : public log::LogSink {
   }
 };
 
-int RunDaemon(CliSession& session, bool quiet) {
+int RunDaemon(CliSession& session, bool quiet, bool login) {
   auto& platform = session.platform();
   auto& fs = platform.fileSystem;
   const AppPaths& paths = session.paths();
@@ -43,6 +43,11 @@ int RunDaemon(CliSession& session, bool quiet) {
   auto lock =
       locks.tryLock(app::daemonLockPath(paths.supportFolder), app::encodeDaemonHolder({pid, ""}));
   if (!lock) {
+    if (login && lock.error().code() == Status::Code::kAlreadyExists) {
+      // Started at log-in by the second of the two ways; the first one won.
+      std::cout << "Klipora is already running on " << *storePath << ".\n";
+      return kExitOk;
+    }
     if (lock.error().code() == Status::Code::kAlreadyExists) {
       auto holder = app::decodeDaemonHolder(lock.error().message());
       std::cerr << "klipora: another `klipora run`"
@@ -134,17 +139,25 @@ int RunDaemon(CliSession& session, bool quiet) {
               << std::flush;
   }
 
-  // The first signal stops after imports in flight; a second one does not
-  // wait for them.
+  // A service manager that started us learns that we are up, and later that
+  // we are going.
+  auto* manager = platform.serviceManager;
+  if (manager) manager->notify("READY=1\nSTATUS=Watching and processing screenshots");
+
+  // The first signal stops after imports in flight (a service manager's
+  // SIGTERM waits only briefly for them); a second one does not wait.
   auto& loop = platform.mainLoop;
   Status finalSave;
   platform.stopSignals.watch([&](std::string_view name) {
     log::info("Boot", "received %.*s; stopping", static_cast<int>(name.size()), name.data());
-    daemon.requestStop([&](Status saved) {
-      finalSave = saved;
-      platform.stopSignals.cancel();
-      loop.stop();
-    });
+    if (manager) manager->notify("STOPPING=1");
+    daemon.requestStop(
+        [&](Status saved) {
+          finalSave = saved;
+          platform.stopSignals.cancel();
+          loop.stop();
+        },
+        name == "SIGTERM" ? app::Daemon::kTerminateGrace : app::Daemon::kShutdownGrace);
   });
   loop.run();
 
@@ -163,8 +176,12 @@ int RunDaemon(CliSession& session, bool quiet) {
 KLIPORA_COMMAND(run) {
   auto* cmd = app.add_subcommand("run", "Run the library daemon until Ctrl-C (SIGINT) or SIGTERM");
   auto quiet = std::make_shared<bool>(false);
+  auto login = std::make_shared<bool>(false);
   cmd->add_flag("--quiet", *quiet, "Print only warnings and errors of the log");
-  cmd->callback([&session, quiet] { session.exitCode = RunDaemon(session, *quiet); });
+  cmd->add_flag("--login", *login,
+                "Started at log-in: step aside quietly when a daemon already runs on the library");
+  cmd->callback(
+      [&session, quiet, login] { session.exitCode = RunDaemon(session, *quiet, *login); });
 }
 
 }  // namespace klipora::cli

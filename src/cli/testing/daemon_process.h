@@ -13,12 +13,15 @@
 
 #include <fstream>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace klipora::testing {
 
 class DaemonProcess {
  public:
-  DaemonProcess(const std::string& home, const std::string& runtimeDir) {
+  DaemonProcess(const std::string& home, const std::string& runtimeDir,
+                const std::vector<std::pair<std::string, std::string>>& environment = {}) {
     int out[2];
     EXPECT_EQ(::pipe(out), 0);
     pid_ = ::fork();
@@ -32,6 +35,7 @@ class DaemonProcess {
       const std::string user = home + ".user";
       ::mkdir(user.c_str(), 0700);
       ::setenv("HOME", user.c_str(), 1);
+      for (const auto& [name, value] : environment) ::setenv(name.c_str(), value.c_str(), 1);
       ::execl(KLIPORA_BINARY, KLIPORA_BINARY, "--home", home.c_str(), "run", nullptr);
       ::_exit(127);
     }
