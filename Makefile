@@ -6,7 +6,7 @@ ifeq ($(KLIPORA_WERROR),1)
 CMAKE_FLAGS += -DKLIPORA_WERROR=ON
 endif
 
-.PHONY: all setup configure build run test bench clean
+.PHONY: all setup configure build run test bench deb deb-test clean
 
 all: build
 
@@ -27,6 +27,18 @@ test: build
 
 bench: build
 	@cmake --build $(BUILD_DIR) -j $(JOBS) --target benchmarks
+
+# The Debian package: build/klipora_<version>_amd64.deb, for /usr.
+deb: configure
+	@cmake -S . -B $(BUILD_DIR) -DCMAKE_INSTALL_PREFIX=/usr >/dev/null
+	@cmake --build $(BUILD_DIR) -j $(JOBS) --target klipora klipora_dist
+	@cd $(BUILD_DIR) && cpack -G DEB
+
+# Installs the package into a fresh root and runs it there, checks its
+# Depends against this machine's archive, its unit and lintian (slow, so not
+# part of `make test`).
+deb-test: deb
+	@bash scripts/test_deb.sh $(BUILD_DIR)
 
 clean:
 	@rm -rf $(BUILD_DIR)

@@ -19,6 +19,8 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev libvips-tools sqlite3 coreutils openssl
   # a real screenshot tool on a virtual screen, for the watcher's end-to-end test
   scrot xvfb xauth
+  # the Debian package and its checks (make deb, make deb-test)
+  dpkg-dev fakeroot lintian systemd
 )
 
 missing=()

@@ -78,6 +78,7 @@ int main(int argc, char** argv) {
 
   cli::CliSession session(platform);
   CLI::App app{"Klipora: a screenshot library for Linux desktops", "klipora"};
+  app.set_version_flag("--version", "klipora " KLIPORA_VERSION);
   app.require_subcommand(1);
   app.fallthrough();
   app.add_option("--home", session.homeOption,
