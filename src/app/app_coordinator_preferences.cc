@@ -1,5 +1,7 @@
 // Preferences: applying the settings row, at start and whenever another
 // process (`klipora settings set`, a second window) saves a change.
+#include <set>
+
 #include "app/app_coordinator.h"
 #include "library/screenshot_item.h"
 #include "library/settings_store.h"
@@ -89,7 +91,13 @@ void AppCoordinator::handleExternalStoreChanges() {
   }
   if (!queue_) return;
   queue_->libraryChangedElsewhere();
+  // Imported here but not saved yet: the store cannot know them.
+  std::set<UUID> unsaved;
+  for (const auto& item : context_->pendingInserts<library::ScreenshotItem>()) {
+    unsaved.insert(item->id);
+  }
   for (const UUID& id : queue_->queuedItemIDs()) {
+    if (unsaved.count(id)) continue;
     auto item = context_->fetchByKey<library::ScreenshotItem>(id.uuidString());
     if (!item) continue;  // unreadable now; the queue will find out itself
     if (!*item || (*item)->isTrashed()) {

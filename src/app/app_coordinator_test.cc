@@ -201,6 +201,10 @@ TEST_F(CoordinatorTest, ChangesFromOtherProcessesApplyAtOnce) {
   theirSettings->automaticImportEnabled = true;
   theirSettings->trashRetentionDays = 5;
   ASSERT_TRUE(other_->save().ok());
+  // Imported here a moment ago, not saved yet: it stays queued.
+  auto fresh = std::make_shared<library::ScreenshotItem>();
+  context().insert(fresh);
+  queue_->enqueuePriority(fresh->id);
 
   coordinator.handleExternalStoreChanges();
   EXPECT_EQ(queue_->removed, std::vector<UUID>{item->id});

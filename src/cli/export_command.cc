@@ -1,38 +1,18 @@
 // klipora export DIR [--originals|--edited] [--json]: the library as a folder
 // of images per category with library.json and library.csv beside them.
 // klipora import-export DIR: such a folder taken back into a library.
-#include <unistd.h>
-
 #include <CLI/CLI.hpp>
 #include <iostream>
 
 #include "cli/cli_session.h"
 #include "cli/command_registry.h"
 #include "cli/daemon_client.h"
+#include "cli/progress_line.h"
 #include "portability/export_import.h"
 #include "portability/library_export.h"
 
 namespace klipora::cli {
 namespace {
-
-// "Exporting 12/40" rewritten in place on a terminal; nothing on a pipe.
-class ProgressLine {
- public:
-  explicit ProgressLine(std::string verb) : verb_(std::move(verb)), shown_(::isatty(STDERR_FILENO)) {}
-  ~ProgressLine() {
-    if (shown_ && drawn_) std::cerr << "\r\033[K" << std::flush;
-  }
-  void operator()(size_t done, size_t total) {
-    if (!shown_) return;
-    std::cerr << "\r" << verb_ << " " << done << "/" << total << std::flush;
-    drawn_ = true;
-  }
-
- private:
-  std::string verb_;
-  bool shown_;
-  bool drawn_ = false;
-};
 
 int RunExport(CliSession& session, const std::string& folder, bool originals, bool json) {
   if (!session.openLibrary()) return session.exitCode;

@@ -9,6 +9,7 @@
 #include <nlohmann/json.hpp>
 #include <set>
 
+#include "cli/testing/daemon_process.h"
 #include "cli/testing/run_klipora.h"
 #include "platform/linux/testing/text_images.h"
 #include "platform/testing/temp_dir.h"
@@ -151,6 +152,42 @@ TEST_F(PortabilityCliTest, BadInputIsNamedAndChangesNothing) {
     EXPECT_EQ(refused.exitCode, 1);
     EXPECT_NE(refused.err.find("locked/out"), std::string::npos) << refused.err;
   }
+}
+
+TEST_F(PortabilityCliTest, BackupWhileTheDaemonRunsIsConsistent) {
+  const std::string runtime = dir_.file("rt");
+  fs::create_directories(runtime);
+  std::vector<std::string> args = {"import"};
+  for (int i = 0; i < 5; ++i) {
+    testing::TextImageOptions o;
+    o.width = 300 + i;
+    o.patches.push_back({.text = "Backup page " + std::to_string(i)});
+    args.push_back(dir_.file("b" + std::to_string(i) + ".png"));
+    std::ofstream(args.back(), std::ios::binary) << testing::makeTextImage(o);
+  }
+  ASSERT_EQ(klipora(args).exitCode, 0);
+  testing::DaemonProcess daemon(home_, runtime);
+  ASSERT_TRUE(daemon.waitForOutput("Press Ctrl-C to stop.")) << daemon.errors();
+
+  const std::string out = dir_.file("backup");
+  auto r = runKlipora(home_, {"backup", out, "--json"}, "XDG_RUNTIME_DIR=" + runtime);
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  json report = json::parse(r.out);
+  EXPECT_EQ(report["items"], 5);
+  EXPECT_GE(report["files"], 5);
+  // The copy opens as a library of its own with every item and its file.
+  size_t originals = 0;
+  for (const auto& e : fs::directory_iterator(out + "/Library/Originals")) originals += e.is_regular_file();
+  EXPECT_EQ(originals, 5u);
+  EXPECT_FALSE(fs::exists(out + "/Library/Cache"));
+  auto listed = runKlipora(out, {"list", "--json"});
+  EXPECT_EQ(json::parse(listed.out).size(), 5u);
+
+  auto again = runKlipora(home_, {"backup", out}, "XDG_RUNTIME_DIR=" + runtime);
+  EXPECT_EQ(again.exitCode, 1);
+  EXPECT_NE(again.err.find("is not empty"), std::string::npos) << again.err;
+  daemon.signal(SIGTERM);
+  EXPECT_EQ(daemon.wait(), 0);
 }
 
 }  // namespace

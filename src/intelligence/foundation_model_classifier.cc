@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 #include <thread>
 
+#include "intelligence/foundation_model_answers.h"
 #include "intelligence/foundation_model_prompts.h"
 #include "intelligence/generated_title.h"
 #include "intelligence/text_words.h"
@@ -28,35 +29,6 @@ std::string Lower(std::string text) {
 }
 
 std::string Trim(std::string_view text) { return std::string(trimBlanks(text)); }
-
-std::optional<std::string> StringField(const Json& object, const char* name) {
-  auto it = object.find(name);
-  if (it == object.end() || !it->is_string()) return std::nullopt;
-  return it->get<std::string>();
-}
-
-// An integer, or a text that holds only one.
-std::optional<long long> IntegerField(const Json& object, const char* name) {
-  auto it = object.find(name);
-  if (it == object.end()) return std::nullopt;
-  if (it->is_number_integer()) return it->get<long long>();
-  if (it->is_number_float()) {
-    double value = it->get<double>();
-    if (std::isfinite(value) && value == std::floor(value) && std::abs(value) < 1e15) {
-      return static_cast<long long>(value);
-    }
-    return std::nullopt;
-  }
-  if (it->is_string()) {
-    std::string text = Trim(it->get<std::string>());
-    if (text.empty() || text.size() > 15 ||
-        !std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; })) {
-      return std::nullopt;
-    }
-    return std::stoll(text);
-  }
-  return std::nullopt;
-}
 
 std::string Quoted(const std::string& text) {
   return "\"" + (text.size() > 120 ? text.substr(0, 120) + "…" : text) + "\"";
@@ -182,18 +154,12 @@ FoundationModelClassifier::Answer FoundationModelClassifier::ask(ModelRequest re
     answer.error = reply.error().message();
     return answer;
   }
-  // Servers without guided output may wrap the object in prose or fences.
-  const std::string& text = *reply;
-  size_t open = text.find('{');
-  size_t close = text.rfind('}');
-  Json json = open == std::string::npos || close == std::string::npos || close < open
-                  ? Json()
-                  : Json::parse(text.substr(open, close - open + 1), nullptr, false);
-  if (!json.is_object()) {
-    answer.error = "the answer is not a JSON object: " + Quoted(text);
+  auto json = answerObject(*reply);
+  if (!json) {
+    answer.error = "the answer is not a JSON object: " + Quoted(*reply);
     return answer;
   }
-  answer.json = std::move(json);
+  answer.json = std::move(*json);
   return answer;
 }
 
@@ -218,9 +184,9 @@ std::optional<BuiltinArbitration> FoundationModelClassifier::arbitrate(
                   "ms) — model too slow this run");
     return std::nullopt;
   }
-  auto category = answer.json ? StringField(*answer.json, "category") : std::nullopt;
-  auto explanation = answer.json ? StringField(*answer.json, "explanation") : std::nullopt;
-  auto title = answer.json ? StringField(*answer.json, "title") : std::nullopt;
+  auto category = answer.json ? stringField(*answer.json, "category") : std::nullopt;
+  auto explanation = answer.json ? stringField(*answer.json, "explanation") : std::nullopt;
+  auto title = answer.json ? stringField(*answer.json, "title") : std::nullopt;
   if (answer.json && (!category || !explanation || !title)) {
     answer.error = "the answer lacks category, explanation or title";
   }
@@ -268,12 +234,12 @@ std::optional<CombinedArbitration> FoundationModelClassifier::arbitrateAndMatchC
   std::optional<std::string> category, explanation, title, name, customExplanation;
   std::optional<long long> number;
   if (answer.json) {
-    category = StringField(*answer.json, "category");
-    explanation = StringField(*answer.json, "explanation");
-    title = StringField(*answer.json, "title");
-    name = StringField(*answer.json, "customCategoryName");
-    customExplanation = StringField(*answer.json, "customExplanation");
-    number = IntegerField(*answer.json, "customCategoryNumber");
+    category = stringField(*answer.json, "category");
+    explanation = stringField(*answer.json, "explanation");
+    title = stringField(*answer.json, "title");
+    name = stringField(*answer.json, "customCategoryName");
+    customExplanation = stringField(*answer.json, "customExplanation");
+    number = integerField(*answer.json, "customCategoryNumber");
     if (!category || !explanation || !title || !name || !number) {
       answer.error =
           "the answer lacks category, explanation, title, customCategoryNumber or "
@@ -374,59 +340,17 @@ std::vector<std::string> FoundationModelClassifier::expandKeywords(
                   " ms=" + std::to_string(answer.ms));
     return {};
   }
-  auto keywords = answer.json ? StringField(*answer.json, "keywords") : std::nullopt;
+  auto keywords = answer.json ? stringField(*answer.json, "keywords") : std::nullopt;
   if (answer.json && !keywords) answer.error = "the answer lacks keywords";
   if (!answer.error.empty()) {
     log::classify("fm-expand ERROR cat=" + Quoted(categoryName) + " ms=" +
                   std::to_string(answer.ms) + " err=" + Quoted(answer.error));
     return {};
   }
-  std::vector<std::string> out;
-  size_t from = 0;
-  while (from <= keywords->size()) {
-    size_t comma = keywords->find(',', from);
-    if (comma == std::string::npos) comma = keywords->size();
-    std::string term = Lower(Trim(keywords->substr(from, comma - from)));
-    from = comma + 1;
-    while (!term.empty() && std::string_view(".;:\"'").find(term.back()) != std::string::npos) {
-      term.pop_back();
-    }
-    while (!term.empty() && std::string_view("\"'").find(term.front()) != std::string::npos) {
-      term.erase(0, 1);
-    }
-    if (term.empty() || term.find_first_of(" \t\n") != std::string::npos) continue;
-    if (std::find(base.begin(), base.end(), term) != base.end()) continue;
-    if (std::find(out.begin(), out.end(), term) != out.end()) continue;
-    out.push_back(term);
-  }
+  std::vector<std::string> out = keywordTerms(*keywords, base);
   log::classify("fm-expand OK cat=" + Quoted(categoryName) + " count=" +
                 std::to_string(out.size()) + " ms=" + std::to_string(answer.ms));
   return out;
-}
-
-std::optional<ScreenshotCategory> mapModelCategory(const std::string& text, bool* known) {
-  auto category = library::fromRaw<ScreenshotCategory>(Lower(Trim(text)));
-  *known = category.has_value();
-  if (!category || *category == ScreenshotCategory::uncategorized) return std::nullopt;
-  return category;
-}
-
-std::optional<size_t> matchCustomAnswer(long long number, const std::string& name,
-                                        const std::vector<CustomCategoryDescriptor>& categories,
-                                        bool* mismatch) {
-  *mismatch = false;
-  const std::string wanted = Lower(Trim(name));
-  if (number == 0 || wanted.empty()) return std::nullopt;
-  std::optional<size_t> byName;
-  for (size_t i = 0; i < categories.size() && !byName; ++i) {
-    if (Lower(Trim(categories[i].name)) == wanted) byName = i;
-  }
-  std::optional<size_t> byNumber;
-  if (number >= 1 && static_cast<unsigned long long>(number) <= categories.size()) {
-    byNumber = static_cast<size_t>(number - 1);
-  }
-  if (byName && byNumber && *byName != *byNumber) *mismatch = true;
-  return byName ? byName : byNumber;
 }
 
 }  // namespace klipora::intelligence

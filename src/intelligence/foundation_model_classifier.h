@@ -19,6 +19,7 @@
 #include <string>
 #include <vector>
 
+#include "intelligence/foundation_model_answers.h"
 #include "intelligence/model_arbiter.h"
 #include "platform/clock.h"
 #include "platform/file_system.h"
@@ -75,18 +76,5 @@ class FoundationModelClassifier final : public ModelArbiter {
   // go without one.
   bool imagesRefused_ = false;
 };
-
-// The category a model's text names: its case name, compared after trimming
-// and lower-casing. "uncategorized" maps to no category (`*known` true);
-// any other text to nothing with `*known` false.
-std::optional<ScreenshotCategory> mapModelCategory(const std::string& text, bool* known);
-
-// Which of `categories` (0-based) a combined answer names: number 0 or an
-// empty name is none; a name found in the list wins over a number that
-// points elsewhere (`*mismatch` set); a number outside 1...count with no
-// matching name is none.
-std::optional<size_t> matchCustomAnswer(long long number, const std::string& name,
-                                        const std::vector<CustomCategoryDescriptor>& categories,
-                                        bool* mismatch);
 
 }  // namespace klipora::intelligence

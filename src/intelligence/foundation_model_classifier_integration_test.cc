@@ -302,30 +302,5 @@ TEST(FoundationModelClassifierRulesTest, CleansTitles) {
   EXPECT_FALSE(classifier.cleanTitle("   "));
 }
 
-TEST(FoundationModelClassifierRulesTest, MapsCategoriesAndCustomAnswers) {
-  bool known = false;
-  EXPECT_EQ(mapModelCategory("Payments", &known), ScreenshotCategory::payments);
-  EXPECT_TRUE(known);
-  EXPECT_FALSE(mapModelCategory("uncategorized", &known));
-  EXPECT_TRUE(known);
-  EXPECT_FALSE(mapModelCategory("video", &known));
-  EXPECT_FALSE(known);
-
-  std::vector<CustomCategoryDescriptor> list = {
-      {UUID::Random(), "A", "", {}}, {UUID::Random(), "B", "", {}}, {UUID::Random(), "C", "", {}}};
-  bool mismatch = false;
-  EXPECT_EQ(matchCustomAnswer(2, "C", list, &mismatch), 2u);
-  EXPECT_TRUE(mismatch);
-  EXPECT_EQ(matchCustomAnswer(2, "B", list, &mismatch), 1u);
-  EXPECT_FALSE(mismatch);
-  EXPECT_FALSE(matchCustomAnswer(0, "", list, &mismatch));
-  EXPECT_FALSE(matchCustomAnswer(0, "B", list, &mismatch));
-  EXPECT_FALSE(matchCustomAnswer(2, "", list, &mismatch));
-  EXPECT_FALSE(matchCustomAnswer(4, "D", list, &mismatch));
-  EXPECT_FALSE(matchCustomAnswer(-1, "D", list, &mismatch));
-  EXPECT_EQ(matchCustomAnswer(9, "b", list, &mismatch), 1u);
-  EXPECT_EQ(matchCustomAnswer(3, "Cee", list, &mismatch), 2u);
-}
-
 }  // namespace
 }  // namespace klipora::intelligence
