@@ -20,6 +20,8 @@ packages=(
   libopencv-core-dev libopencv-imgproc-dev
   # nouns and adjectives of English, for the keywords of user categories
   wordnet-base
+  # the application a screenshot shows, asked of the X server
+  libxcb1-dev
   # tests and benchmarks
   libgtest-dev libgmock-dev libbenchmark-dev libvips-tools sqlite3 coreutils openssl
   # a real screenshot tool on a virtual screen, for the watcher's end-to-end test

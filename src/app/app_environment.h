@@ -8,6 +8,7 @@
 #include <string>
 
 #include "library/markup_edit_cleaner.h"
+#include "platform/active_application.h"
 #include "platform/clock.h"
 #include "platform/file_system.h"
 #include "platform/folder_watch.h"
@@ -54,6 +55,8 @@ struct AppEnvironment {
   MountTableWatch* mountWatch = nullptr;
   // Null where folders are not watched (commands that only touch the store).
   FolderWatch* folderWatch = nullptr;
+  // Null where the capturing application of a screenshot is not asked.
+  ActiveApplication* activeApplication = nullptr;
   // Reads an environment variable (HOME and the screenshot tools' own);
   // null when unset.
   std::function<const char*(const char*)> getenv = nullptr;

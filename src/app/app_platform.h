@@ -11,6 +11,7 @@
 #include <memory>
 #include <string>
 
+#include "platform/active_application.h"
 #include "platform/clock.h"
 #include "platform/control_channel.h"
 #include "platform/file_system.h"
@@ -46,6 +47,8 @@ struct AppPlatform {
   std::function<std::unique_ptr<MountTableWatch>()> makeMountWatch;
   // The file events of watched folders, on the main loop.
   std::function<std::unique_ptr<FolderWatch>()> makeFolderWatch = nullptr;
+  // Which application the user looks at (X11, Sway, Hyprland).
+  std::function<std::unique_ptr<ActiveApplication>()> makeActiveApplication = nullptr;
   // The log file of a library and the classifier's trail beside it.
   std::function<std::shared_ptr<log::LogSink>(const std::string& logPath,
                                               const std::string& classifyPath)>

@@ -23,6 +23,7 @@ class WatcherService final : public IngestionWatcherService {
                                 std::optional<std::string> appName) {
       coordinator_.handleNewScreenshot(path, std::move(bundleID), std::move(appName));
     };
+    watcher_.setActiveApplication(env.activeApplication);
     addScreenshotFoldersOnFirstStart();
   }
 

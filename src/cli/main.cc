@@ -11,6 +11,7 @@
 #include "app/app_platform.h"
 #include "cli/cli_session.h"
 #include "cli/command_registry.h"
+#include "platform/linux/desktop_active_application.h"
 #include "platform/linux/http_language_model.h"
 #include "platform/linux/inotify_folder_watch.h"
 #include "platform/linux/linux_platform.h"
@@ -56,6 +57,10 @@ int main(int argc, char** argv) {
       },
       .makeFolderWatch = [&linux]() -> std::unique_ptr<FolderWatch> {
         return std::make_unique<InotifyFolderWatch>(linux.mainLoop.context());
+      },
+      .makeActiveApplication = []() -> std::unique_ptr<ActiveApplication> {
+        return std::make_unique<DesktopActiveApplication>(
+            [](const char* name) -> const char* { return std::getenv(name); });
       },
       .makeFileLogSink = [](const std::string& logPath,
                             const std::string& classifyPath) -> std::shared_ptr<log::LogSink> {

@@ -79,6 +79,8 @@ int RunDaemon(CliSession& session, bool quiet, bool login) {
   auto mountWatch = platform.makeMountWatch();
   auto server = platform.makeControlServer();
   auto folderWatch = platform.makeFolderWatch ? platform.makeFolderWatch() : nullptr;
+  auto activeApplication =
+      platform.makeActiveApplication ? platform.makeActiveApplication() : nullptr;
   app::ProcessingPlatform processing{
       .ocrEngines = platform.ocrEngines,
       .recognition = platform.recognition,
@@ -97,6 +99,7 @@ int RunDaemon(CliSession& session, bool quiet, bool login) {
       .markupEdits = markupEdits,
       .mountWatch = mountWatch.get(),
       .folderWatch = folderWatch.get(),
+      .activeApplication = activeApplication.get(),
       .getenv = platform.getenv,
       .supportFolder = paths.supportFolder,
       .defaultLibraryRoot = paths.defaultLibraryRoot,

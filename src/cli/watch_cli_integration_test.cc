@@ -21,6 +21,7 @@
 #include "cli/testing/daemon_process.h"
 #include "cli/testing/run_klipora.h"
 #include "platform/linux/testing/text_images.h"
+#include "platform/linux/testing/virtual_screen.h"
 #include "platform/testing/temp_dir.h"
 
 namespace klipora {
@@ -124,49 +125,8 @@ TEST_F(WatchCliTest, ImagesInAWatchedFolderAreImportedAndProcessedUnlessPaused) 
   EXPECT_EQ(daemon.wait(), 0);
 }
 
-// A virtual screen for a real screenshot tool; gone with the test. Xvfb
-// picks a free display itself and writes its number once it accepts clients.
-class VirtualScreen {
- public:
-  VirtualScreen() {
-    int ready[2];
-    if (::pipe(ready) != 0) return;
-    pid_ = ::fork();
-    if (pid_ == 0) {
-      ::close(ready[0]);
-      const std::string fd = std::to_string(ready[1]);
-      ::execlp("Xvfb", "Xvfb", "-displayfd", fd.c_str(), "-screen", "0", "1024x640x24", "-nolisten",
-               "tcp", nullptr);
-      ::_exit(127);
-    }
-    ::close(ready[1]);
-    pollfd p{ready[0], POLLIN, 0};
-    char number[16] = {};
-    if (::poll(&p, 1, 60'000) > 0 && ::read(ready[0], number, sizeof number - 1) > 0) {
-      display_ = ":" + std::string(number, std::strcspn(number, "\n"));
-    }
-    // Open while the server runs: it may write to it again, and a closed
-    // pipe stops it.
-    readyFd_ = ready[0];
-  }
-  ~VirtualScreen() {
-    if (pid_ > 0) {
-      ::kill(pid_, SIGTERM);
-      ::waitpid(pid_, nullptr, 0);
-    }
-    if (readyFd_ >= 0) ::close(readyFd_);
-  }
-  // Empty when Xvfb did not start.
-  const std::string& display() const { return display_; }
-
- private:
-  std::string display_;
-  pid_t pid_ = -1;
-  int readyFd_ = -1;
-};
-
 TEST_F(WatchCliTest, AScreenshotTakenWithScrotInTheUsersScreenshotFolderIsImported) {
-  VirtualScreen screen;
+  testing::VirtualScreen screen;
   ASSERT_FALSE(screen.display().empty()) << "Xvfb did not start (is the xvfb package installed?)";
   DaemonProcess daemon(home_, runtime_);
   ASSERT_TRUE(daemon.waitForOutput("Press Ctrl-C to stop.")) << daemon.errors();

@@ -146,6 +146,7 @@ void IngestionWatcher::consider(const std::string& path, bool probablyComplete,
     candidate.folder = folder;
     candidate.detection = detection;
     candidate.firstSeen = deps_.clock.monotonicSeconds();
+    if (activeApplication_) candidate.application = activeApplication_->current();
     candidates_.emplace(*resolved, std::move(candidate));
     log::info(kArea, "detected %s (%s)", name.c_str(), detection);
     schedule(*resolved, probablyComplete ? kProbablyCompleteDelay : kMaybeCompleteDelay);
@@ -233,10 +234,16 @@ bool IngestionWatcher::showsScreenshotTool(const std::string& path, std::string_
 
 void IngestionWatcher::handOff(const std::string& resolved, const Candidate& candidate) {
   const std::string detection = candidate.detection;
+  const auto application = candidate.application;
   forget(resolved);
   if (!handedOff_.insert(resolved)) return;
   log::info(kArea, "handoff %s (%s)", lastPathComponent(resolved).c_str(), detection.c_str());
-  if (onNewFile) onNewFile(resolved, std::nullopt, std::nullopt);
+  if (!onNewFile) return;
+  if (application) {
+    onNewFile(resolved, application->id, application->name);
+  } else {
+    onNewFile(resolved, std::nullopt, std::nullopt);
+  }
 }
 
 void IngestionWatcher::forget(const std::string& resolved) {

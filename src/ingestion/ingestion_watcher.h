@@ -35,6 +35,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/active_application.h"
 #include "platform/clock.h"
 #include "platform/file_system.h"
 #include "platform/folder_watch.h"
@@ -96,6 +97,9 @@ class IngestionWatcher {
   IngestionWatcher& operator=(const IngestionWatcher&) = delete;
 
   NewFileHandler onNewFile;
+  // Asked, when a file is first seen, which application the screenshot
+  // shows; null: none is recorded.
+  void setActiveApplication(ActiveApplication* application) { activeApplication_ = application; }
 
   // Watches exactly these folders from now on.
   void reloadFolders(std::vector<WatchedFolderSnapshot> folders);
@@ -114,6 +118,7 @@ class IngestionWatcher {
     double firstSeen = 0;
     int64_t lastSize = -1;
     bool checked = false;
+    std::optional<CapturingApplication> application;
     std::optional<TimerId> timer;
   };
 
@@ -138,6 +143,7 @@ class IngestionWatcher {
   bool underLibrary(const std::string& path) const;
 
   Deps deps_;
+  ActiveApplication* activeApplication_ = nullptr;
   const std::string libraryPath_;
   std::vector<WatchedFolderSnapshot> folders_;
   std::map<std::string, FolderWatch::WatchId> watches_;  // folder path → watch

@@ -162,6 +162,28 @@ TEST_F(IngestionWatcherTest, EachToolsWayOfWritingGivesOneHandOff) {
   EXPECT_EQ(handedOff_, (std::vector<std::string>{visible, linked, renamed}));
 }
 
+TEST_F(IngestionWatcherTest, TheApplicationInFrontWhenAScreenshotAppearsIsHandedOn) {
+  struct Frontmost final : ActiveApplication {
+    std::optional<CapturingApplication> current() override { return app; }
+    std::optional<CapturingApplication> app;
+  } frontmost;
+  std::vector<std::optional<std::string>> ids, names;
+  watcher_.onNewFile = [&](const std::string&, auto id, auto name) {
+    ids.push_back(id);
+    names.push_back(name);
+  };
+  watcher_.setActiveApplication(&frontmost);
+  watch({Inbox()});
+  frontmost.app = CapturingApplication{"org.gnome.Terminal", "user@host: ~"};
+  write("/home/u/Inbox/a.png", Png());
+  frontmost.app.reset();  // what is in front later does not count
+  clock_.advance(2);
+  write("/home/u/Inbox/b.png", Png());
+  clock_.advance(2);
+  EXPECT_EQ(ids, (std::vector<std::optional<std::string>>{"org.gnome.Terminal", std::nullopt}));
+  EXPECT_EQ(names[0], "user@host: ~");
+}
+
 TEST_F(IngestionWatcherTest, AHalfWrittenFileWaitsAndIsDroppedWhenItNeverEnds) {
   watch({Inbox()});
   const std::string shot = "/home/u/Inbox/slow.png";
