@@ -21,6 +21,8 @@ struct JobKey {
   std::string image;  // content identity (a checksum of the bytes or pixels)
   bool fastOnly = false;
   bool characterBoxes = false;
+  // Who asks ("auto-redact"); empty for the library's own recognitions.
+  std::string job;
 
   auto operator<=>(const JobKey&) const = default;
 };

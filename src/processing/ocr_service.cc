@@ -89,7 +89,7 @@ OCRService::~OCRService() { stopKeepWarm(); }
 OCRResultOrError OCRService::recognizeTextWithLayout(std::string_view encodedImage,
                                                      const OCROptions& options) {
   JobKey key{options.contentKey.empty() ? sha256Hex(encodedImage) : options.contentKey,
-             options.fastOnly, options.characterBoxes};
+             options.fastOnly, options.characterBoxes, options.job};
   return blockingVision_.run(key, [&]() -> OCRResultOrError {
     PixelDecodeOptions decode;
     decode.maxPixels = config_.maxDecodedPixels;
@@ -110,7 +110,7 @@ OCRResultOrError OCRService::recognizeTextWithLayout(const PixelImage& image,
           sha256Hex({reinterpret_cast<const char*>(image.pixels.data()), image.pixels.size()});
   }
   return blockingVision_.run(
-      {key, options.fastOnly, options.characterBoxes}, [&]() -> OCRResultOrError {
+      {key, options.fastOnly, options.characterBoxes, options.job}, [&]() -> OCRResultOrError {
         if (image.empty() ||
             image.pixels.size() < static_cast<size_t>(image.bytesPerRow()) * image.height) {
           return tl::unexpected(OCRError::unreadableImage("no pixels"));

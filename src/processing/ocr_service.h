@@ -74,6 +74,9 @@ struct OCROptions {
   // Content identity for job sharing (such as the item's checksum); computed
   // from the bytes when empty.
   std::string contentKey;
+  // The shared-job name: requests of one name for one image share one run
+  // (see BlockingVision); "auto-redact" for redaction.
+  std::string job;
 };
 
 class OCRService {
