@@ -11,6 +11,9 @@ packages=(
   libasio-dev libexpected-dev libcli11-dev libpcre2-dev
   libtesseract-dev tesseract-ocr tesseract-ocr-eng
   libcairo2-dev libpango1.0-dev fonts-dejavu-core
+  # faces, people, QR codes and tilt: OpenCV's object detection (core and
+  # imgproc come with it) and the face models of opencv-data
+  libopencv-objdetect-dev opencv-data
   # colour emoji for the emoji stamps of markup
   fonts-noto-color-emoji
   # nouns and adjectives of English, for the keywords of user categories

@@ -16,6 +16,7 @@
 #include "platform/file_system.h"
 #include "platform/folder_watch.h"
 #include "platform/image_codec.h"
+#include "platform/image_detector.h"
 #include "platform/language_model.h"
 #include "platform/lexicon.h"
 #include "platform/log.h"
@@ -37,6 +38,7 @@ struct AppPlatform {
   Executor& freshRecognition;  // one thread for screenshots just taken
   Executor& labels;            // one serial thread
   OcrEngineFactory& ocrEngines;
+  ImageDetector& imageDetector;  // faces, people, QR codes, lines
   ProcessLocks& processLocks;
   ControlChannelClient& controlClient;
   StopSignals& stopSignals;

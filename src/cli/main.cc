@@ -44,6 +44,7 @@ int main(int argc, char** argv) {
       .freshRecognition = linux.freshRecognition,
       .labels = linux.labels,
       .ocrEngines = linux.ocrEngines,
+      .imageDetector = linux.imageDetector,
       .processLocks = linux.processLocks,
       .controlClient = linux.controlClient,
       .stopSignals = linux.stopSignals,

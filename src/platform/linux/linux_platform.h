@@ -5,6 +5,7 @@
 #include "platform/linux/asio_stop_signals.h"
 #include "platform/linux/flock_process_locks.h"
 #include "platform/linux/main_loop.h"
+#include "platform/linux/opencv_image_detector.h"
 #include "platform/linux/posix_file_system.h"
 #include "platform/linux/tesseract_ocr_engine.h"
 #include "platform/linux/unix_socket_control_channel.h"
@@ -27,6 +28,7 @@ struct LinuxPlatform {
   // Image labels: one serial thread.
   ThreadPoolExecutor labels{1};
   TesseractOcrEngineFactory ocrEngines;
+  OpenCvImageDetector imageDetector;
   FlockProcessLocks processLocks;
   UnixSocketControlClient controlClient;
   AsioStopSignals stopSignals{mainLoop.context()};

@@ -1,0 +1,34 @@
+// Turning detections into the redaction layers that cover them: each
+// detection becomes one effect region of the document, all added as a single
+// undo step ("Auto-Redact").
+//
+// Text of every kind is covered by a black bar: nothing of it survives, where
+// a blur or coarse blocks can leave short strings guessable. Faces and people
+// follow the HumanRedactionStyle: `blur` (a Gaussian blur at full strength,
+// radius 32) or `solid` (a black bar).
+//
+// Thread rules: main thread, like the document.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "markup/markup_document.h"
+#include "markup/redact/markup_auto_redactor.h"
+
+namespace klipora::markup {
+
+enum class HumanRedactionStyle { blur, solid };
+
+// The layer that covers one detection.
+MarkupEffectRegion redactionLayer(const MarkupAutoRedactor::Detection& detection,
+                                  HumanRedactionStyle humanStyle);
+
+// Adds a layer per detection to `document` as one undo step named
+// `actionName`; nothing (and no undo step) when there are no detections.
+// Returns the number of layers added.
+size_t applyRedactions(MarkupDocument& document,
+                       const std::vector<MarkupAutoRedactor::Detection>& detections,
+                       HumanRedactionStyle humanStyle, std::string actionName = "Auto-Redact");
+
+}  // namespace klipora::markup
