@@ -71,12 +71,12 @@ struct OCRServiceConfig {
 struct OCROptions {
   bool fastOnly = false;        // the fast level only, no accurate attempt
   bool characterBoxes = false;  // fill OCRLine::characterBoxes
+  // The shared-job name: requests of one name for one image share one run
+  // (see BlockingVision); "auto-redact" for redaction.
+  std::string job = {};
   // Content identity for job sharing (such as the item's checksum); computed
   // from the bytes when empty.
   std::string contentKey;
-  // The shared-job name: requests of one name for one image share one run
-  // (see BlockingVision); "auto-redact" for redaction.
-  std::string job;
 };
 
 class OCRService {

@@ -90,7 +90,9 @@ TEST_F(MarkupRedactIntegrationTest, QrCodesAreFoundWithTheirTextOrWithout) {
   ASSERT_TRUE(found);
   ASSERT_EQ(found->size(), 1u);
   // Debian's OpenCV is built without its QR decoder: found, maybe unread.
-  if (!(*found)[0].payload.empty()) EXPECT_EQ((*found)[0].payload, "https://klipora.example/r/42");
+  if (!(*found)[0].payload.empty()) {
+    EXPECT_EQ((*found)[0].payload, "https://klipora.example/r/42");
+  }
   // The encoder leaves a quiet zone of two modules around the code.
   EXPECT_NEAR((*found)[0].frame.minX(), 100 + 12, 3);
   EXPECT_NEAR((*found)[0].frame.minY(), 80 + 12, 3);
