@@ -71,8 +71,9 @@ std::string Sensitive(int family, std::mt19937& rng) {
     case 5: return "4111 " + Digits(rng, 4) + " " + Digits(rng, 4) + " " + Digits(rng, 4);
     case 6: return std::to_string(10 + rng() % 240) + "." + std::to_string(rng() % 256) + "." +
                    std::to_string(rng() % 256) + "." + std::to_string(1 + rng() % 254);
-    case 7: return "2001:db8:" + Chars(rng, 4, kHex) + ":" + Chars(rng, 4, kHex) + "::" +
-                   Chars(rng, 3, kHex);
+    // Written out in full: the address pattern does not take the "::" short form.
+    case 7: return "2001:db8:" + Chars(rng, 4, kHex) + ":" + Chars(rng, 4, kHex) + ":0:0:" +
+                   Chars(rng, 4, kHex) + ":" + Chars(rng, 3, kHex);
     case 8: return "AKIA" + Chars(rng, 16, kUpperAlnum);
     case 9: return "eyJhbGciOiJIUzI1NiJ9.eyJ" + Chars(rng, 18, kAlnum) + "." + Chars(rng, 22, kAlnum);
     case 10: return "ghp_" + Chars(rng, 36, kAlnum);

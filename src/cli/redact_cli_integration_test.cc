@@ -2,11 +2,13 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <iterator>
 #include <set>
 #include <nlohmann/json.hpp>
 
 #include "cli/testing/run_klipora.h"
 #include "platform/linux/testing/text_images.h"
+#include "platform/linux/vips_image_codec.h"
 #include "platform/testing/temp_dir.h"
 
 namespace klipora {
@@ -55,6 +57,52 @@ TEST_F(RedactCliTest, FindsTheKeyAndTheAddressOfATerminal) {
   // The lines lie close enough to merge into one block holding all of them.
   EXPECT_NE(r.out.find("allText\t"), std::string::npos) << r.out;
   EXPECT_NE(r.out.find("$ whoami\nops@example.com"), std::string::npos) << r.out;
+}
+
+TEST_F(RedactCliTest, ApplyCoversTheKeyAndTheAddressAndNothingElse) {
+  std::string input = terminal(), output = dir_.file("redacted.png");
+  auto r = runKlipora(home_, {"redact", "--apply", "-o", output, input});
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_EQ(r.out, "Covered 2 places in " + output + "\n");
+  json found = json::parse(runKlipora(home_, {"redact", "--json", input}).out)["detections"];
+  ASSERT_EQ(found.size(), 2u);
+
+  VipsImageCodec codec;
+  std::ifstream a(input, std::ios::binary), b(output, std::ios::binary);
+  std::string before((std::istreambuf_iterator<char>(a)), {});
+  std::string after((std::istreambuf_iterator<char>(b)), {});
+  auto original = codec.decodePixels(before, {});
+  auto redacted = codec.decodePixels(after, {});
+  ASSERT_TRUE(original && redacted);
+  ASSERT_EQ(redacted->width, original->width);
+  ASSERT_EQ(redacted->height, original->height);
+  auto covered = [&](int x, int y) {
+    for (const json& d : found) {
+      double fx = d["frame"][0][0], fy = d["frame"][0][1], fw = d["frame"][1][0],
+             fh = d["frame"][1][1];
+      if (x >= fx && x < fx + fw && y >= fy && y < fy + fh) return true;
+    }
+    return false;
+  };
+  int changedOutside = 0, litInside = 0;
+  for (int y = 0; y < original->height; ++y) {
+    for (int x = 0; x < original->width; ++x) {
+      uint8_t now = redacted->row(y)[x];
+      if (covered(x, y)) {
+        litInside += now != 0;
+      } else {
+        changedOutside += now != original->row(y)[x];
+      }
+    }
+  }
+  EXPECT_EQ(litInside, 0);
+  EXPECT_EQ(changedOutside, 0);
+  r = runKlipora(home_, {"ocr", output});
+  EXPECT_EQ(r.out.find("AKIA"), std::string::npos) << r.out;
+  EXPECT_EQ(r.out.find("@example"), std::string::npos) << r.out;
+  EXPECT_NE(r.out.find("whoami"), std::string::npos) << r.out;
+
+  EXPECT_EQ(runKlipora(home_, {"redact", "--apply", input}).exitCode, 2);  // no -o
 }
 
 TEST_F(RedactCliTest, UnreadableImagesAndUprightScreensSaySo) {

@@ -2,12 +2,16 @@
 // data and secrets in its text, optionally every line of text, faces and
 // people) and prints where it is.
 #include <CLI/CLI.hpp>
+#include <cairo.h>
+
 #include <iostream>
 
 #include "cli/cli_session.h"
 #include "cli/command_registry.h"
 #include "markup/redact/markup_auto_redactor.h"
 #include "markup/redact/markup_image_detectors.h"
+#include "markup/redact/markup_redaction_layers.h"
+#include "markup/render/markup_renderer.h"
 #include "processing/ocr_service.h"
 
 namespace klipora::cli {
@@ -23,6 +27,9 @@ struct RedactOptions {
   bool people = false;
   bool qr = false;
   bool json = false;
+  bool apply = false;
+  std::string output;  // the rendered PNG, with --apply
+  markup::HumanRedactionStyle humanStyle = markup::HumanRedactionStyle::blur;
 };
 
 std::optional<std::string> Read(CliSession& session, const std::string& path) {
@@ -59,6 +66,59 @@ nlohmann::ordered_json DetectionJson(const MarkupAutoRedactor::Detection& d) {
 // A QR code as a detection of its own kind, its payload as the snippet.
 nlohmann::ordered_json CodeJson(const markup::MarkupQRDetector::Detection& code) {
   return {{"kind", "qrCode"}, {"frame", FrameJson(code.frame)}, {"snippet", code.payload}};
+}
+
+// Cairo writes the PNG; its stream callback appends to a string.
+cairo_status_t AppendPng(void* closure, const unsigned char* data, unsigned int length) {
+  static_cast<std::string*>(closure)->append(reinterpret_cast<const char*>(data), length);
+  return CAIRO_STATUS_SUCCESS;
+}
+
+// Covers the detections with redaction layers of a document over the image
+// (one undo step, as the editor does), blurs the QR codes, and writes the
+// rendered PNG to options.output.
+int ApplyRedactions(CliSession& session, const RedactOptions& options, const std::string& bytes,
+                    const std::vector<MarkupAutoRedactor::Detection>& found,
+                    const std::vector<markup::MarkupQRDetector::Detection>& codes) {
+  PixelDecodeOptions rgba;
+  rgba.format = PixelDecodeOptions::Format::rgba;
+  auto pixels = session.platform().imageCodec.decodePixels(bytes, rgba);
+  if (!pixels) {
+    std::cerr << "klipora: " << options.image << ": cannot decode the image: "
+              << pixels.error().message() << "\n";
+    return kExitFailure;
+  }
+  auto source = markup::MarkupImage::fromPixels(*pixels);
+  if (!source) {
+    std::cerr << "klipora: " << options.image << ": the image is too large to draw on\n";
+    return kExitFailure;
+  }
+  markup::NoPointerInput pointer;
+  markup::MarkupDocument document(
+      UUID::Random(),
+      markup::Size{static_cast<double>(pixels->width), static_cast<double>(pixels->height)},
+      session.platform().clock.now(), session.platform().mainLoop, pointer);
+  markup::applyRedactions(document, found, options.humanStyle);
+  markup::applyQRBlur(document, codes);
+  markup::MarkupRenderer renderer(session.platform().imageCodec);
+  auto rendered = renderer.render(document, *source);
+  if (!rendered) {
+    std::cerr << "klipora: cannot render the redacted image: " << rendered.error().message()
+              << "\n";
+    return kExitFailure;
+  }
+  std::string png;
+  if (cairo_surface_write_to_png_stream(rendered->surface(), AppendPng, &png) !=
+      CAIRO_STATUS_SUCCESS) {
+    std::cerr << "klipora: cannot encode the redacted image as PNG\n";
+    return kExitFailure;
+  }
+  if (Status s = session.platform().fileSystem.writeFileAtomically(options.output, png);
+      !s.ok()) {
+    std::cerr << "klipora: cannot write " << options.output << ": " << s.message() << "\n";
+    return kExitFailure;
+  }
+  return kExitOk;
 }
 
 int RunRedact(CliSession& session, const RedactOptions& options) {
@@ -102,6 +162,16 @@ int RunRedact(CliSession& session, const RedactOptions& options) {
       return kExitFailure;
     }
     codes = std::move(*qr);
+  }
+  if (options.apply) {
+    int code = ApplyRedactions(session, options, *bytes, *found, codes);
+    if (code != kExitOk) return code;
+    if (!options.json) {
+      size_t count = found->size() + codes.size();
+      std::cout << "Covered " << count << (count == 1 ? " place" : " places") << " in "
+                << options.output << "\n";
+      return kExitOk;
+    }
   }
   if (options.json) {
     nlohmann::ordered_json list = nlohmann::ordered_json::array();
@@ -163,7 +233,23 @@ KLIPORA_COMMAND(redact) {
   cmd->add_flag("--qr", options->qr, "QR codes (their text as the snippet)");
   cmd->add_flag("--json", options->json,
                 "Print {\"detections\": [{\"kind\", \"frame\": [[x, y], [w, h]], \"snippet\"}]}");
-  cmd->callback([&session, options] { session.exitCode = RunRedact(session, *options); });
+  cmd->add_flag("--apply", options->apply,
+                "Write the image with every detection covered (text by black bars) to -o");
+  cmd->add_option("-o,--output", options->output, "The redacted PNG, with --apply");
+  cmd->add_option("--human-style", options->humanStyle,
+                  "How --apply covers faces and people: blur (default) or solid")
+      ->transform(CLI::CheckedTransformer(
+          std::map<std::string, markup::HumanRedactionStyle>{
+              {"blur", markup::HumanRedactionStyle::blur},
+              {"solid", markup::HumanRedactionStyle::solid}}));
+  cmd->callback([&session, options] {
+    if (options->apply && options->output.empty()) {
+      std::cerr << "klipora: --apply needs -o OUT.png\n";
+      session.exitCode = kExitUsage;
+      return;
+    }
+    session.exitCode = RunRedact(session, *options);
+  });
 
   auto image = std::make_shared<std::string>();
   auto json = std::make_shared<bool>(false);

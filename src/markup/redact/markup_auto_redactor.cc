@@ -217,8 +217,13 @@ std::vector<Detection> MarkupAutoRedactor::scanText(const std::vector<OCRLine>& 
                             line.text});
     }
     if (!includePII) continue;
+    // The recogniser reads a thin l, I or 1 inside a token as a bar now and
+    // then; the patterns see a letter there (the same byte, so offsets and
+    // boxes stay), the snippet keeps what was read.
+    std::string matched = line.text;
+    std::replace(matched.begin(), matched.end(), '|', 'l');
     for (const RedactionPattern& pattern : redactionPatterns()) {
-      pattern.forEachMatch(line.text, [&](size_t begin, size_t end) {
+      pattern.forEachMatch(matched, [&](size_t begin, size_t end) {
         std::optional<OCRRect> box = RangeBox(line, begin, end);
         if (!box) return;
         detections.push_back({pattern.kind(),

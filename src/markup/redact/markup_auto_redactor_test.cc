@@ -145,6 +145,14 @@ TEST(MarkupAutoRedactorTest, EachTokenFormatHasItsKind) {
   }
 }
 
+TEST(MarkupAutoRedactorTest, ABarReadForALetterInsideATokenStillMatches) {
+  auto found = Scan({Line("id AKIA34V6KKMO8L|SDOOW x")});
+  ASSERT_EQ(found.size(), 1u);
+  EXPECT_EQ(found[0].kind, Kind::awsAccessKey);
+  EXPECT_EQ(found[0].snippet, "AKIA34V6KKMO8L|SDOOW");
+  EXPECT_EQ(found[0].frame, Chars(3, 23));
+}
+
 TEST(MarkupAutoRedactorTest, BoxesTurnFromBottomLeftToTopLeftAndStayInTheImage) {
   // A line touching the top-left corner: its margin is clipped there.
   auto found = Scan({Line("a@b.io", 0, 0)});

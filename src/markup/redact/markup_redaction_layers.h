@@ -15,6 +15,7 @@
 
 #include "markup/markup_document.h"
 #include "markup/redact/markup_auto_redactor.h"
+#include "markup/redact/markup_image_detectors.h"
 
 namespace klipora::markup {
 
@@ -30,5 +31,10 @@ MarkupEffectRegion redactionLayer(const MarkupAutoRedactor::Detection& detection
 size_t applyRedactions(MarkupDocument& document,
                        const std::vector<MarkupAutoRedactor::Detection>& detections,
                        HumanRedactionStyle humanStyle, std::string actionName = "Auto-Redact");
+
+// Blurs each QR code (a Gaussian blur at full strength), as one undo step.
+size_t applyQRBlur(MarkupDocument& document,
+                   const std::vector<MarkupQRDetector::Detection>& codes,
+                   std::string actionName = "Blur QR Codes");
 
 }  // namespace klipora::markup
