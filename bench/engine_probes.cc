@@ -58,6 +58,21 @@ Result<std::string> CountingImageCodec::makeJpegThumbnail(std::string_view bytes
   return result;
 }
 
+Result<ImageProperties> CountingImageCodec::propertiesOfFile(const std::string& path) {
+  const double start = Now();
+  auto result = target_.propertiesOfFile(path);
+  ledger_.add("image properties", Now() - start);
+  return result;
+}
+
+Result<std::string> CountingImageCodec::makeJpegThumbnailOfFile(const std::string& path,
+                                                                int maxPixelSize, int quality) {
+  const double start = Now();
+  auto result = target_.makeJpegThumbnailOfFile(path, maxPixelSize, quality);
+  ledger_.add("thumbnail", Now() - start);
+  return result;
+}
+
 Result<PixelImage> CountingImageCodec::decodePixels(std::string_view bytes,
                                                     const PixelDecodeOptions& options) {
   const double start = Now();

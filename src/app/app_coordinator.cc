@@ -82,6 +82,9 @@ void AppCoordinator::start() {
   if (!structureCreated_) handleLibraryVolumeMaybeUnmounted();
   if (retention_) retention_->start();
   startReconciliation();
+  diskSpace_ = std::make_unique<library::DiskSpaceMonitor>(
+      env_.fileSystem, env_.clock, env_.timers, env_.mainLoop, env_.background, root_);
+  diskSpace_->start();
   log::info("Boot", "AppCoordinator.start() end (root=%s)", root_.c_str());
 }
 
@@ -125,6 +128,7 @@ void AppCoordinator::stop() {
   safetyRescan_.reset();
   if (env_.mountWatch) env_.mountWatch->stop();
   if (retention_) retention_->stop();
+  if (diskSpace_) diskSpace_->stop();
   if (announcements_) announcements_->stopPolling();
   if (bulkImport_) bulkImport_->cancelAll();
   if (watcher_) watcher_->stopAll();

@@ -1,6 +1,6 @@
 // AppCoordinator: the one long-lived object that owns the services of a
 // running library: its storage, the import pipeline, the save coalescer, the
-// trash retention, and (as they exist in this build) the folder watcher, the
+// trash retention, the disk-space watch, and (as they exist in this build) the folder watcher, the
 // processing queue, the bulk import and the announcement poller.
 //
 // start() brings the library up in a fixed order (see app_coordinator.cc).
@@ -24,6 +24,7 @@
 #include "ingestion/watched_folder_reconciler.h"
 #include "ingestion/watcher_pause_schedule.h"
 #include "library/app_settings.h"
+#include "library/disk_space_monitor.h"
 #include "library/library_root.h"
 #include "library/model_context.h"
 #include "library/screenshot_item_store.h"
@@ -119,6 +120,8 @@ class AppCoordinator {
   library::ModelContext* modelContext() { return context_; }
   processing::ProcessingSaveCoalescer* saveCoalescer() { return saver_.get(); }
   library::TrashRetentionService* trashRetention() { return retention_.get(); }
+  // Free space of the library's volume, refreshed every minute from start().
+  library::DiskSpaceMonitor* diskSpace() { return diskSpace_.get(); }
   ProcessingQueueService* processingQueue() { return queue_.get(); }
   IngestionWatcherService* watcher() { return watcher_.get(); }
   ingestion::WatcherPauseSchedule& pauseSchedule() { return pause_; }
@@ -159,6 +162,7 @@ class AppCoordinator {
   std::unique_ptr<ingestion::ImportChecksumClaims> claims_;
   std::unique_ptr<ingestion::ImportPipeline> pipeline_;
   std::unique_ptr<library::TrashRetentionService> retention_;
+  std::unique_ptr<library::DiskSpaceMonitor> diskSpace_;
   ingestion::WatcherPauseSchedule pause_;
   std::unique_ptr<IngestionWatcherService> watcher_;
   std::unique_ptr<ProcessingQueueService> queue_;

@@ -61,13 +61,17 @@ void AppCoordinator::importFile(const std::string& path, library::ImportSourceTy
   pipeline_->importScreenshot(
       path, source, std::move(appBundleID), std::move(appName),
       [this, source, done = std::move(done)](ingestion::ImportResult result) {
-        if (result && queue_) {
+        // An item that exists although its import reported a late failure
+        // (its original could not be removed) is processed like any other.
+        std::optional<UUID> made =
+            result ? std::optional<UUID>(*result) : result.error().importedItemID;
+        if (made && queue_) {
           // A screenshot just taken goes first; files imported by hand or in
           // bulk take the bulk lane.
           if (source == library::ImportSourceType::automaticWatch) {
-            queue_->enqueuePriority(*result);
+            queue_->enqueuePriority(*made);
           } else {
-            queue_->enqueue(*result);
+            queue_->enqueue(*made);
           }
         }
         if (!result) lastError_ = "Import failed: " + result.error().errorDescription();

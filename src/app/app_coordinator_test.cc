@@ -38,6 +38,21 @@ TEST_F(CoordinatorTest, MissingServicesAreSkippedWithTheirLogLines) {
   EXPECT_EQ(headless.storageIfReady(), nullptr);
 }
 
+TEST_F(CoordinatorTest, StartWatchesTheFreeSpaceOfTheLibraryVolume) {
+  fs_.setCapacity({.freeBytes = 200LL << 20, .totalBytes = 500LL << 30});
+  AppCoordinator coordinator(env(), &context());
+  coordinator.start();
+  runUntilIdle();
+  ASSERT_NE(coordinator.diskSpace(), nullptr);
+  EXPECT_EQ(coordinator.diskSpace()->freeBytes(), 200LL << 20);
+  EXPECT_EQ(coordinator.diskSpace()->severity(), library::DiskSpaceMonitor::Severity::critical);
+  EXPECT_TRUE(log_.contains("[Klipora][Library] critical: "));
+  fs_.setCapacity({.freeBytes = 100LL << 30, .totalBytes = 500LL << 30});
+  clock_.advance(60);  // the next refresh
+  runUntilIdle();
+  EXPECT_EQ(coordinator.diskSpace()->severity(), library::DiskSpaceMonitor::Severity::ok);
+}
+
 TEST_F(CoordinatorTest, TitleRepairRunsOnlyOnce) {
   auto generated = addItem(ProcessingState::complete);
   generated->generatedTitle = "Invoice from ACME";

@@ -32,6 +32,31 @@ Json OutcomesJson(const std::vector<library::TrashOutcome>& outcomes) {
 
 Json makeRequest(const std::string& command) { return Json{{"command", command}}; }
 
+Json importOutcomeJson(const std::string& path, const ingestion::ImportResult& result) {
+  Json entry = {{"path", path}};
+  if (result) {
+    entry["outcome"] = "imported";
+    entry["id"] = result->uuidString();
+    entry["error"] = nullptr;
+    return entry;
+  }
+  const auto& error = result.error();
+  const bool duplicate = error.kind == ingestion::ImportError::Case::duplicateScreenshot;
+  entry["outcome"] = duplicate ? "duplicate" : "failed";
+  entry["id"] = error.importedItemID ? Json(error.importedItemID->uuidString()) : Json(nullptr);
+  entry["error"] = error.errorDescription();
+  entry["cause"] = error.cause.empty() ? Json(nullptr) : Json(error.cause);
+  return entry;
+}
+
+void noteMissingThumbnail(Json& entry, library::ModelContext& context) {
+  if (entry.value("outcome", "") != "imported") return;
+  auto item = context.fetchByKey<ScreenshotItem>(entry["id"].get<std::string>());
+  if (!item || !*item || (*item)->thumbnailPath) return;
+  entry["note"] = "imported, but no thumbnail could be made";
+  entry["cause"] = "the image is damaged, incomplete or too large to show; its text may not be read";
+}
+
 Json ControlRequestHandler::errorReply(const std::string& message) {
   return Json{{"ok", false}, {"error", message}};
 }
@@ -252,16 +277,9 @@ void ControlRequestHandler::import(const Json& request, Reply reply) {
     coordinator->importFile(paths[i], source, std::nullopt,
                             std::nullopt, [batch, i, coordinator](ingestion::ImportResult result) {
                               auto& entry = batch->results[i];
-                              if (result) {
-                                entry["id"] = result->uuidString();
-                                entry["error"] = nullptr;
-                              } else {
-                                entry["id"] = nullptr;
-                                entry["error"] = result.error().errorDescription();
-                                entry["duplicate"] = result.error().kind ==
-                                    ingestion::ImportError::Case::duplicateScreenshot;
-                                batch->allOk = false;
-                              }
+                              entry = importOutcomeJson(entry["path"], result);
+                              entry["duplicate"] = entry["outcome"] == "duplicate";
+                              if (entry["outcome"] == "failed") batch->allOk = false;
                               if (--batch->remaining == 0) {
                                 // "Imported" means saved: a crash after the
                                 // reply loses nothing it names.
@@ -270,6 +288,11 @@ void ControlRequestHandler::import(const Json& request, Reply reply) {
                                     batch->allOk = false;
                                     log::error("Library", "import save failed: %s",
                                                s.message().c_str());
+                                  }
+                                }
+                                for (auto& entry : batch->results) {
+                                  if (auto* context = coordinator->modelContext()) {
+                                    noteMissingThumbnail(entry, *context);
                                   }
                                 }
                                 batch->reply({{"ok", batch->allOk}, {"results", batch->results}});

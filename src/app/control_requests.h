@@ -9,7 +9,9 @@
 //   trash / restore / delete  ids   per-id outcomes
 //   empty-trash                     per-id outcomes
 //   sweep-trash                     one retention sweep now
-//   import  paths [source]          daemon only: per-path id or error;
+//   import  paths [source]          daemon only: per path its outcome
+//                                   ("imported", "duplicate", "failed"), the
+//                                   id, and for the others error and cause;
 //                                   source "folderImport" for a folder
 //   retry  ids                      back to pending; the daemon runs them first
 //   reprocess  all|category|failed  back to pending; the daemon queues them
@@ -97,5 +99,13 @@ Json makeRequest(const std::string& command);
 // What a finished (or still running) item looks like in replies: id, state,
 // category, confidence, title, error.
 Json itemOutcomeJson(const library::ScreenshotItem& item);
+
+// One file's import in replies: path, outcome ("imported", "duplicate" or
+// "failed"), id (also of an item made by an import that failed late), error
+// and cause.
+Json importOutcomeJson(const std::string& path, const ingestion::ImportResult& result);
+// Adds "note" and "cause" to the entry of an imported file whose saved item
+// has no thumbnail (a damaged or truncated image, one too large to show).
+void noteMissingThumbnail(Json& entry, library::ModelContext& context);
 
 }  // namespace klipora::app

@@ -12,6 +12,7 @@ namespace klipora::cli {
 
 CliSession::CliSession(app::AppPlatform& platform)
     : platform_(platform),
+      markupEdits_(platform.fileSystem),
       processing_{.ocrEngines = platform.ocrEngines,
                   .recognition = platform.recognition,
                   .labels = platform.labels,

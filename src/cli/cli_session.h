@@ -12,11 +12,11 @@
 
 #include "app/app_environment.h"
 #include "app/app_platform.h"
-#include "library/markup_edit_cleaner.h"
 #include "library/app_settings.h"
 #include "library/library_root.h"
 #include "library/model_container.h"
 #include "library/storage_service.h"
+#include "markup/non_destructive_edit_cleaner.h"
 #include "platform/app_paths.h"
 #include "platform/user_defaults.h"
 
@@ -44,6 +44,8 @@ class CliSession {
   library::StorageService& storage() { return *storage_; }
   const library::LibraryRootResolution& libraryRoot() const { return root_; }
   UserDefaults& userDefaults() { return *defaults_; }
+  // Clears an item's markup edits when it is deleted for good.
+  library::MarkupEditCleaner& markupEdits() { return markupEdits_; }
   // The environment the engine's services run in, for a command that drives
   // them itself (after openLibrary()).
   app::AppEnvironment environment();
@@ -58,7 +60,7 @@ class CliSession {
   std::unique_ptr<library::StorageService> storage_;
   std::unique_ptr<UserDefaults> defaults_;
   library::LibraryRootResolution root_;
-  library::NoMarkupEdits markupEdits_;  // until the markup module provides its cleaner
+  markup::NonDestructiveEditCleaner markupEdits_;
   app::ProcessingPlatform processing_;
   std::shared_ptr<log::LogSink> fileSink_;
   bool opened_ = false;

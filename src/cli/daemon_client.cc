@@ -5,7 +5,6 @@
 #include <thread>
 
 #include "cli/command_registry.h"
-#include "library/markup_edit_cleaner.h"
 
 namespace klipora::cli {
 namespace {
@@ -29,12 +28,10 @@ std::string replyError(const app::Json& reply) {
 }
 
 app::RequestTarget storeRequestTarget(CliSession& session, app::AppCoordinator* coordinator) {
-  // The markup module supplies the real cleaner once it exists.
-  static library::NoMarkupEdits markupEdits;
   auto& platform = session.platform();
   return app::RequestTarget{
       .context = session.context(),
-      .markupEdits = markupEdits,
+      .markupEdits = session.markupEdits(),
       .clock = platform.clock,
       .timers = platform.mainLoop,
       .userDefaults = session.userDefaults(),

@@ -25,19 +25,33 @@ struct ImportOptions {
   double waitSeconds = 600;
 };
 
-// One line per file, as soon as the whole batch is known.
+// A path as one line of a message: control characters (a newline in a file
+// name) are shown escaped, so every message stays on its own lines.
+std::string DisplayPath(const std::string& path) {
+  std::string out;
+  for (unsigned char c : path) {
+    if (c == '\n') {
+      out += "\\n";
+    } else if (c < 0x20 || c == 0x7f) {
+      char escaped[8];
+      std::snprintf(escaped, sizeof escaped, "\\x%02x", c);
+      out += escaped;
+    } else {
+      out += static_cast<char>(c);
+    }
+  }
+  return out;
+}
+
+// The outcome of each file, in the order they finished. A file already in
+// the library is an outcome, not a failure; only failed files fail the command.
 struct ImportReport {
-  app::Json results = app::Json::array();  // {"path", "id", "error"}
+  app::Json results = app::Json::array();  // importOutcomeJson entries
   bool anyFailed = false;
 
-  void add(const std::string& path, const ingestion::ImportResult& result) {
-    if (result) {
-      results.push_back({{"path", path}, {"id", result->uuidString()}, {"error", nullptr}});
-    } else {
-      anyFailed = true;
-      results.push_back(
-          {{"path", path}, {"id", nullptr}, {"error", result.error().errorDescription()}});
-    }
+  void add(app::Json entry) {
+    if (entry.value("outcome", "") == "failed") anyFailed = true;
+    results.push_back(std::move(entry));
   }
   std::vector<std::string> ids() const {
     std::vector<std::string> out;
@@ -48,14 +62,23 @@ struct ImportReport {
   }
 };
 
-void PrintImported(const ImportReport& report, bool json) {
-  if (json) return;
-  for (const auto& r : report.results) {
-    if (r["id"].is_string()) {
-      std::cout << r["id"].get<std::string>() << "  " << r["path"].get<std::string>() << "\n";
-    } else {
-      std::cerr << r["path"].get<std::string>() << ": " << r["error"].get<std::string>() << "\n";
+// Imported files on standard output ("ID  PATH"), files already in the
+// library there too, failures on standard error with their cause on a second
+// line.
+void PrintOutcome(const app::Json& r) {
+  const std::string path = DisplayPath(r.value("path", ""));
+  const std::string outcome = r.value("outcome", "");
+  if (outcome == "imported") {
+    std::cout << r["id"].get<std::string>() << "  " << path << "\n";
+    if (r.contains("note")) {
+      std::cerr << path << ": " << r["note"].get<std::string>() << "\n  ("
+                << r.value("cause", "") << ")\n";
     }
+  } else if (outcome == "duplicate") {
+    std::cout << path << ": already in the library\n";
+  } else {
+    std::cerr << path << ": " << r.value("error", "") << "\n";
+    if (r["cause"].is_string()) std::cerr << "  (" << r["cause"].get<std::string>() << ")\n";
   }
 }
 
@@ -81,37 +104,60 @@ bool PrintProcessed(const app::Json& items, bool json) {
 }
 
 // Imports on the store directly, a few files in flight at a time so memory
-// stays bounded on big batches.
+// stays bounded on big batches. Each outcome is printed once its record is
+// saved (saves are gathered for a quarter of a second), so whatever a killed
+// import printed is in the library.
 ImportReport ImportDirectly(CliSession& session, const std::vector<std::string>& paths,
-                            processing::ProcessingSaveCoalescer& saver) {
+                            processing::ProcessingSaveCoalescer& saver, bool print) {
+  constexpr double kPrintDelay = 0.25;
   auto& platform = session.platform();
   library::ScreenshotItemStore itemStore(&session.context());
   ingestion::ImportChecksumClaims claims(itemStore);
   ingestion::ImportPipeline pipeline(session.storage(), session.context(), saver, claims,
                                      platform.clock, platform.mainLoop, platform.background);
-  std::vector<ingestion::ImportResult> outcomes(paths.size());
+  ImportReport report;
+  size_t printed = 0;
+  std::optional<TimerId> printTimer;
+  Status saveFailed;
+  auto saveAndPrint = [&] {
+    if (printTimer) platform.mainLoop.cancel(*printTimer);
+    printTimer.reset();
+    if (Status s = saver.flush(); !s.ok()) {
+      saveFailed = s;
+      return;
+    }
+    for (; printed < report.results.size(); ++printed) {
+      app::noteMissingThumbnail(report.results[printed], session.context());
+      if (print) PrintOutcome(report.results[printed]);
+    }
+  };
   size_t remaining = paths.size();
   constexpr size_t kInFlight = 4;
   size_t next = 0;
   std::function<void()> startNext = [&] {
     if (next >= paths.size()) return;
     size_t index = next++;
-    pipeline.importScreenshot(paths[index], library::ImportSourceType::manualImport, std::nullopt,
-                              std::nullopt, [&, index](ingestion::ImportResult result) {
-                                outcomes[index] = std::move(result);
-                                if (--remaining == 0) {
-                                  platform.mainLoop.stop();
-                                } else {
-                                  startNext();
-                                }
-                              });
+    pipeline.importScreenshot(
+        paths[index], library::ImportSourceType::manualImport, std::nullopt, std::nullopt,
+        [&, index](ingestion::ImportResult result) {
+          report.add(app::importOutcomeJson(paths[index], result));
+          if (--remaining == 0) {
+            saveAndPrint();
+            platform.mainLoop.stop();
+            return;
+          }
+          if (!printTimer) printTimer = platform.mainLoop.scheduleOnce(kPrintDelay, saveAndPrint);
+          startNext();
+        });
   };
   platform.mainLoop.post([&] {
     for (size_t i = 0; i < kInFlight; ++i) startNext();
   });
   if (!paths.empty()) platform.mainLoop.run();
-  ImportReport report;
-  for (size_t i = 0; i < paths.size(); ++i) report.add(paths[i], outcomes[i]);
+  if (!saveFailed.ok()) {
+    std::cerr << "klipora: could not save the library: " << saveFailed.message() << "\n";
+    report.anyFailed = true;
+  }
   return report;
 }
 
@@ -165,10 +211,9 @@ int RunImport(CliSession& session, ImportOptions options) {
       return kExitFailure;
     }
     for (const auto& r : reply->reply["results"]) {
-      report.results.push_back(r);
-      if (!r["id"].is_string()) report.anyFailed = true;
+      report.add(r);
+      if (!options.json) PrintOutcome(r);
     }
-    PrintImported(report, options.json);
     if (options.wait && !report.ids().empty()) {
       auto wait = app::makeRequest("wait");
       wait["ids"] = report.ids();
@@ -180,8 +225,7 @@ int RunImport(CliSession& session, ImportOptions options) {
   } else {
     if (!session.openLibrary()) return session.exitCode;
     processing::ProcessingSaveCoalescer saver(session.context(), session.platform().mainLoop);
-    report = ImportDirectly(session, options.paths, saver);
-    PrintImported(report, options.json);
+    report = ImportDirectly(session, options.paths, saver, !options.json);
     if (options.wait && !report.ids().empty()) {
       // Saved first, so that the items are read back like any others.
       if (Status saved = saver.flush(); saved.ok()) {

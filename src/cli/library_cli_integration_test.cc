@@ -71,8 +71,8 @@ TEST_F(LibraryCliTest, NewUserImportsScreenshots) {
   }
 
   auto again = runKlipora(home_, {"import", upper});
-  EXPECT_EQ(again.exitCode, 1);
-  EXPECT_NE(again.err.find("This screenshot has already been imported."), std::string::npos);
+  EXPECT_EQ(again.exitCode, 0);  // already there is not a failure
+  EXPECT_EQ(again.out, upper + ": already in the library\n");
 
   std::string id = items[0]["id"];
   json shown = run({"show", id, "--json"});
@@ -83,6 +83,46 @@ TEST_F(LibraryCliTest, NewUserImportsScreenshots) {
   json info = run({"info", "--json"});
   EXPECT_EQ(info["itemCount"], 3);
   EXPECT_EQ(info["libraryRoot"], home_ + "/Library");
+}
+
+TEST_F(LibraryCliTest, PipeAndFolderAmongScreenshotsAreNamedWithTheirCause) {
+  std::string fifo = dir_.file("fifo.png");
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0644), 0);
+  std::string folder = dir_.file("x.png");
+  std::filesystem::create_directories(folder);
+  std::vector<std::string> shots;
+  for (int i = 0; i < 3; ++i) {
+    shots.push_back(write(std::string(1, static_cast<char>('a' + i)) + ".png",
+                          testing::makeTestImage(testing::imageOptions(300 + i, 200))));
+  }
+  std::vector<std::string> args = {"import", fifo, folder};
+  args.insert(args.end(), shots.begin(), shots.end());
+
+  auto first = runKlipora(home_, args);  // would hang for ever on the pipe if it opened it
+  EXPECT_EQ(first.exitCode, 1);
+  EXPECT_NE(first.err.find(fifo + ": Could not read the file.\n  (it is a named pipe, not a file)\n"),
+            std::string::npos)
+      << first.err;
+  EXPECT_NE(first.err.find(folder + ": Could not read the file.\n  (it is a folder)\n"),
+            std::string::npos)
+      << first.err;
+  for (const auto& shot : shots) {
+    EXPECT_NE(first.out.find("  " + shot + "\n"), std::string::npos) << first.out;
+  }
+
+  auto second = runKlipora(home_, args);
+  EXPECT_EQ(second.exitCode, 1);  // the pipe and the folder still fail
+  auto third = runKlipora(home_, {"import", shots[0], shots[1], shots[2]});
+  EXPECT_EQ(third.exitCode, 0);
+  for (const auto& shot : shots) {
+    EXPECT_NE(third.out.find(shot + ": already in the library\n"), std::string::npos);
+  }
+  int originals = 0;
+  for ([[maybe_unused]] const auto& e :
+       std::filesystem::directory_iterator(home_ + "/Library/Originals")) {
+    ++originals;
+  }
+  EXPECT_EQ(originals, 3);  // the copies of duplicates are gone again
 }
 
 TEST_F(LibraryCliTest, SettingsShowAndChange) {
@@ -105,6 +145,7 @@ TEST_F(LibraryCliTest, StoreThatIsNotADatabaseStopsWithTheFatalMessage) {
   EXPECT_NE(r.err.find("Could not open Klipora library. Your data is safe at " + store),
             std::string::npos);
   EXPECT_EQ(std::filesystem::file_size(store), 4096u);
+  EXPECT_EQ(runKlipora(home_, {"list"}).exitCode, 3);  // a retry keeps the first copy
   int copies = 0;
   for (const auto& e : std::filesystem::directory_iterator(home_)) {
     copies += e.path().filename().string().rfind("Klipora-diagnostic-", 0) == 0;

@@ -10,7 +10,7 @@
 #include "app/processing_service.h"
 #include "cli/cli_session.h"
 #include "cli/command_registry.h"
-#include "library/markup_edit_cleaner.h"
+#include "markup/non_destructive_edit_cleaner.h"
 #include "library/screenshot_item.h"
 
 namespace klipora::cli {
@@ -75,7 +75,7 @@ int RunDaemon(CliSession& session, bool quiet, bool login) {
   UserDefaults defaults(fs, paths.defaultsPath);
   if (Status s = defaults.load(); !s.ok()) log::warning("Boot", "%s", s.message().c_str());
 
-  library::NoMarkupEdits markupEdits;  // until the markup module provides its cleaner
+  markup::NonDestructiveEditCleaner markupEdits(fs);
   auto mountWatch = platform.makeMountWatch();
   auto server = platform.makeControlServer();
   auto folderWatch = platform.makeFolderWatch ? platform.makeFolderWatch() : nullptr;

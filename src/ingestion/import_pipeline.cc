@@ -16,11 +16,15 @@ struct ImportPipeline::Job {
   std::optional<std::string> bundleID;
   std::optional<std::string> appName;
   Completion done;
-  std::string bytes;
+  std::string copyPath;  // the library copy, made while the source is read
+  std::string bytes;     // the file's bytes while it is small enough to keep
+  bool inMemory = true;
+  int64_t size = 0;
   std::optional<ImageProperties> properties;
   std::optional<Date> capturedAt;
   std::string checksum;
   std::shared_ptr<ScreenshotItem> item;
+  Status originalNotRemoved;
 };
 
 std::string lowerCasedExtension(const std::string& path) {
@@ -87,52 +91,108 @@ void ImportPipeline::start(std::shared_ptr<Job> job) {
       done(std::move(result));
     };
   }
-  workerFor(*job).post([this, job] { readAndHash(job); });
+  workerFor(*job).post([this, job] { copyAndHash(job); });
 }
 
-void ImportPipeline::readAndHash(std::shared_ptr<Job> job) {
-  auto bytes = storage_.fileSystem().readFile(job->path);
-  if (!bytes) {
+namespace {
+
+// Why a source file could not be read, in the user's words.
+std::string SourceCause(const Status& error) {
+  if (error.code() == Status::Code::kPermissionDenied) return "no permission to read it";
+  return ImportError::userCause(error);
+}
+
+// Why bytes that were read are not an image we can take.
+std::string ImageCause(const Status& error) {
+  if (error.code() == Status::Code::kInvalidArgument &&
+      error.message().find("not an image") != std::string::npos) {
+    return "it is not an image in any format Klipora reads";
+  }
+  return "the image is damaged or incomplete";
+}
+
+}  // namespace
+
+void ImportPipeline::copyAndHash(std::shared_ptr<Job> job) {
+  FileSystem& fs = storage_.fileSystem();
+  job->copyPath = storage_.newLibraryCopyPath(job->path);
+  // One read of the source: each chunk is hashed, kept while the file is
+  // small enough to examine in memory, and written to the library copy.
+  Sha256 hash;
+  bool keep = true;
+  StreamedCopy copy = fs.copyStreaming(job->path, job->copyPath, [&](std::string_view chunk) {
+    hash.update(chunk);
+    if (keep && job->bytes.size() + chunk.size() > inMemoryLimit_) {
+      keep = false;
+      std::string().swap(job->bytes);
+    }
+    if (keep) job->bytes.append(chunk);
+    return Status::Ok();
+  });
+  job->inMemory = keep;
+  if (!copy.sourceError.ok()) {
     log::info("Library", "import of %s failed: %s", job->path.c_str(),
-              bytes.error().message().c_str());
-    fail(job, ImportError::unreadableFile(), false);
+              copy.sourceError.message().c_str());
+    fail(job, ImportError::unreadableFile(SourceCause(copy.sourceError)), false);
     return;
   }
-  job->bytes = std::move(*bytes);
-  auto properties = storage_.codec().properties(job->bytes);
+  if (!copy.destinationError.ok()) {
+    log::warning("Library", "import of %s failed: %s", job->path.c_str(),
+                 copy.destinationError.message().c_str());
+    fail(job, ImportError::fileSystem(copy.destinationError), false);
+    return;
+  }
+  // A fresh file carries no attributes today; removing the mark anyway keeps
+  // the copy from ever being taken for a new screenshot.
+  (void)fs.removeExtendedAttribute(job->copyPath, library::kScreenCaptureAttribute);
+  if (copy.size == 0) {
+    discardCopy(*job);
+    fail(job, ImportError::unreadableFile("the file is empty"), false);
+    return;
+  }
+  auto properties = job->inMemory ? storage_.codec().properties(job->bytes)
+                                  : storage_.codec().propertiesOfFile(job->copyPath);
   if (!properties) {
     log::info("Library", "import of %s refused: %s", job->path.c_str(),
               properties.error().message().c_str());
-    fail(job, ImportError::unreadableFile(), false);
+    discardCopy(*job);
+    fail(job, ImportError::unreadableFile(ImageCause(properties.error())), false);
     return;
   }
   job->properties = *properties;
   job->capturedAt = storage_.fileCreationDate(job->path, job->properties);
-  job->checksum = sha256Hex(job->bytes);
+  job->size = copy.size;
+  job->checksum = hash.finishHex();
   mainLoop_.post([this, job] { claimOnMain(job); });
+}
+
+void ImportPipeline::discardCopy(Job& job) {
+  std::string().swap(job.bytes);
+  if (Status s = storage_.fileSystem().removeFile(job.copyPath); !s.ok()) {
+    // The start-up sweep removes what no record names.
+    log::warning("Library", "could not remove %s: %s", job.copyPath.c_str(), s.message().c_str());
+  }
 }
 
 void ImportPipeline::claimOnMain(std::shared_ptr<Job> job) {
   if (!claims_.claim(job->checksum)) {
-    job->done(tl::unexpected(ImportError::duplicateScreenshot()));
+    workerFor(*job).post([this, job] {
+      discardCopy(*job);
+      fail(job, ImportError::duplicateScreenshot(), false);
+    });
     return;
   }
-  workerFor(*job).post([this, job] { copyIn(job); });
+  workerFor(*job).post([this, job] { makeItem(job); });
 }
 
-void ImportPipeline::copyIn(std::shared_ptr<Job> job) {
-  auto copy = storage_.copyToLibrary(job->path, job->bytes);
-  if (!copy) {
-    fail(job, ImportError::fileSystem(copy.error()), true);
-    return;
-  }
+void ImportPipeline::makeItem(std::shared_ptr<Job> job) {
   auto item = std::make_shared<ScreenshotItem>();
   item->originalFilename = lastPathComponent(job->path);
-  item->importedFilename = lastPathComponent(*copy);
+  item->importedFilename = lastPathComponent(job->copyPath);
   item->sourcePath = job->path;
-  item->libraryPath = *copy;
+  item->libraryPath = job->copyPath;
   item->capturedAt = job->capturedAt;
-  item->fileSize = static_cast<int64_t>(job->bytes.size());
+  item->fileSize = job->size;
   if (auto size = storage_.imageDimensions(*job->properties)) {
     item->width = size->first;
     item->height = size->second;
@@ -143,20 +203,22 @@ void ImportPipeline::copyIn(std::shared_ptr<Job> job) {
   item->sourceAppBundleID = job->bundleID;
   item->sourceAppName = job->appName;
   // A thumbnail failure leaves thumbnailPath absent; processing records it.
-  if (auto thumbnail = storage_.generateThumbnailFromData(job->bytes, item->id)) {
+  auto thumbnail = job->inMemory ? storage_.generateThumbnailFromData(job->bytes, item->id)
+                                 : storage_.generateThumbnail(job->copyPath, item->id);
+  if (thumbnail) {
     item->thumbnailPath = *thumbnail;
     item->setProcessingState(library::ProcessingState::thumbnailGenerated);
   }
+  std::string().swap(job->bytes);
   if (job->source == library::ImportSourceType::automaticWatch && deleteOriginalAfterImport_) {
     // The copy is safe in the library by now; a source that cannot be removed
-    // is reported but does not undo the import.
+    // is reported once the item exists, and does not undo the import.
     if (Status s = storage_.fileSystem().removeFile(job->path); !s.ok()) {
       log::warning("Cleanup", "could not delete original %s: %s", job->path.c_str(),
                    s.message().c_str());
+      job->originalNotRemoved = s;
     }
   }
-  job->bytes.clear();
-  job->bytes.shrink_to_fit();
   job->item = std::move(item);
   mainLoop_.post([this, job] { insertOnMain(job); });
 }
@@ -165,6 +227,11 @@ void ImportPipeline::insertOnMain(std::shared_ptr<Job> job) {
   context_.insert(job->item);
   claims_.release(job->checksum);
   saver_.scheduleSave();
+  if (!job->originalNotRemoved.ok()) {
+    job->done(tl::unexpected(
+        ImportError::fileSystemAfterImport(job->originalNotRemoved, job->item->id)));
+    return;
+  }
   job->done(job->item->id);
 }
 

@@ -2,10 +2,14 @@
 // and thumbnail in the library. Every way in (folder watcher, reconciliation,
 // bulk import, files opened by hand) goes through importScreenshot.
 //
-// The file is read once: the same bytes are hashed, examined, copied and
-// thumbnailed. The record is inserted only after the copy exists, and saved
-// with the next batched save; a failure leaves no record and no file behind.
-// Files that are not images by their bytes are refused as unreadable.
+// The file is read once, in chunks: each is hashed and written to the library
+// copy as it passes, so memory stays bounded for any size of file. A small
+// file is also kept in memory to be examined and thumbnailed; a large one is
+// examined from its copy. Only regular files are read (a named pipe or a
+// device is refused, never waited on). The record is inserted only after the
+// copy exists, and saved with the next batched save; a failure, a duplicate
+// included, removes the copy and leaves no record. Files that are not images
+// by their bytes are refused as unreadable. Every error carries its cause.
 //
 // Thread rules: call importScreenshot on the main thread. File work runs on
 // the background executor; the claim, the insert and `done` run on the main
@@ -41,6 +45,10 @@ class ImportPipeline {
   // Where the file work of screenshots just taken (automaticWatch) runs, so
   // that they never wait behind a bulk import; null: with the rest.
   void setFreshWorker(Executor* worker) { freshWorker_ = worker; }
+  // Files up to this size are examined and thumbnailed from memory; larger
+  // ones from their library copy, so memory stays bounded by this per file.
+  static constexpr size_t kInMemoryLimit = 16 << 20;
+  void setInMemoryLimit(size_t bytes) { inMemoryLimit_ = bytes; }
 
   void importScreenshot(const std::string& path, library::ImportSourceType source,
                         std::optional<std::string> sourceAppBundleID,
@@ -50,9 +58,10 @@ class ImportPipeline {
   struct Job;
   Executor& workerFor(const Job& job);
   void start(std::shared_ptr<Job> job);
-  void readAndHash(std::shared_ptr<Job> job);
+  void copyAndHash(std::shared_ptr<Job> job);
+  void discardCopy(Job& job);
   void claimOnMain(std::shared_ptr<Job> job);
-  void copyIn(std::shared_ptr<Job> job);
+  void makeItem(std::shared_ptr<Job> job);
   void insertOnMain(std::shared_ptr<Job> job);
   void fail(std::shared_ptr<Job> job, ImportError error, bool releaseClaim);
 
@@ -70,6 +79,7 @@ class ImportPipeline {
   int bulkActive_ = 0;
   std::deque<std::shared_ptr<Job>> bulkWaiting_;
   bool deleteOriginalAfterImport_ = false;
+  size_t inMemoryLimit_ = kInMemoryLimit;
 };
 
 // Lower-cased extension of a path, for the type check.

@@ -119,17 +119,23 @@ TEST_F(ImportPipelineTest, RefusalsTouchNothing) {
   auto bare = importNow(joinPath(kShots, "README"));
   ASSERT_FALSE(bare);
   EXPECT_EQ(bare.error().errorDescription(), "Unsupported file type: ");
+  EXPECT_NE(bare.error().cause.find("no extension"), std::string::npos);
 
-  for (const char* name : {"empty.png", "text.png"}) {
-    addShot(name, std::string(name) == "empty.png" ? "" : "just some text");
+  const std::pair<const char*, const char*> unreadable[] = {
+      {"empty.png", "the file is empty"},
+      {"text.png", "it is not an image in any format Klipora reads"},
+      {"gone.png", "no such file; it may have been moved or deleted"},
+      {"folder.png", "it is a folder"}};
+  addShot("empty.png", "");
+  addShot("text.png", "just some text");
+  ASSERT_TRUE(memory_.createDirectories(joinPath(kShots, "folder.png")).ok());
+  for (const auto& [name, cause] : unreadable) {
     auto r = importNow(joinPath(kShots, name));
     ASSERT_FALSE(r);
     EXPECT_EQ(r.error().errorDescription(), "Could not read the file.");
+    EXPECT_EQ(r.error().cause, cause) << name;
   }
-  auto missing = importNow(joinPath(kShots, "gone.png"));
-  ASSERT_FALSE(missing);
-  EXPECT_EQ(missing.error().kind, ImportError::Case::unreadableFile);
-  EXPECT_TRUE(originals().empty());
+  EXPECT_TRUE(originals().empty());  // copies made while reading are gone again
   EXPECT_EQ(savedItems(), 0);
 }
 
@@ -163,6 +169,7 @@ TEST_F(ImportPipelineTest, FileThatVanishesAfterTheCallLeavesNoClaim) {
   fs_.failWhen(Op::kRead, "locked.png", Status::PermissionDenied("open: Permission denied"));
   auto denied = importNow(addShot("locked.png", FakeImageCodec::makeImage(10, 10)));
   EXPECT_EQ(denied.error().kind, ImportError::Case::unreadableFile);
+  EXPECT_EQ(denied.error().cause, "no permission to read it");
 }
 
 TEST_F(ImportPipelineTest, FullDiskDuringTheCopyLeavesNoFileNoRecordAndNoClaim) {
@@ -172,6 +179,7 @@ TEST_F(ImportPipelineTest, FullDiskDuringTheCopyLeavesNoFileNoRecordAndNoClaim) 
   ASSERT_FALSE(result);
   EXPECT_EQ(result.error().kind, ImportError::Case::fileSystem);
   EXPECT_NE(result.error().errorDescription().find("No space left"), std::string::npos);
+  EXPECT_EQ(result.error().cause, "the disk is full");
   EXPECT_TRUE(originals().empty());
   EXPECT_EQ(savedItems(), 0);
   EXPECT_TRUE(claims_.inFlight().empty());
@@ -196,6 +204,40 @@ TEST_F(ImportPipelineTest, ThumbnailFailureStillImportsAndOriginalsGoOnlyForWatc
   EXPECT_FALSE(memory_.exists(watched));
   EXPECT_TRUE(memory_.exists(bulk));
   EXPECT_EQ(savedItems(), 4);
+
+  // An original that cannot be removed is a file-system error once the item exists.
+  std::string stuck = addShot("stuck.png", FakeImageCodec::makeImage(14, 10));
+  fs_.failWhen(Op::kRemove, "stuck.png", Status::PermissionDenied("remove: Permission denied"));
+  auto late = importNow(stuck, ImportSourceType::automaticWatch);
+  ASSERT_FALSE(late);
+  EXPECT_EQ(late.error().kind, ImportError::Case::fileSystem);
+  ASSERT_TRUE(late.error().importedItemID);
+  EXPECT_EQ(savedItems(), 5);
+  EXPECT_TRUE(*context().fetchByKey<ScreenshotItem>(late.error().importedItemID->uuidString()));
+  EXPECT_TRUE(memory_.exists(stuck));
+}
+
+TEST_F(ImportPipelineTest, LargeFilesAreCopiedInChunksAndExaminedFromTheirCopy) {
+  codec_.files = &memory_;
+  pipeline_.setInMemoryLimit(64);
+  std::string content = FakeImageCodec::makeImage(4000, 3000, "exif=2024:01:02 03:04:05");
+  content += std::string(3 * FileSystem::kCopyChunkSize + 5, 'x');  // pixels, several chunks
+  auto result = importNow(addShot("big.png", content));
+  ASSERT_TRUE(result) << result.error().errorDescription();
+  const ScreenshotItem& item = *context().pendingInserts<ScreenshotItem>()[0];
+  EXPECT_EQ(item.checksum, sha256Hex(content));
+  EXPECT_EQ(item.fileSize, static_cast<int64_t>(content.size()));
+  EXPECT_EQ(item.width, 4000);
+  EXPECT_EQ(item.capturedAt, parseExifDate("2024:01:02 03:04:05"));
+  EXPECT_EQ(*memory_.readFile(item.libraryPath), content);
+  EXPECT_EQ(*memory_.readFile(*item.thumbnailPath), "FAKEJPEG 300 225 q80");
+  EXPECT_GE(codec_.fileReads.load(), 2);  // header and thumbnail, from the library copy
+
+  // The same bytes again: the copy made while reading is removed.
+  auto again = importNow(addShot("big-again.png", content));
+  ASSERT_FALSE(again);
+  EXPECT_EQ(again.error().kind, ImportError::Case::duplicateScreenshot);
+  EXPECT_EQ(originals().size(), 1u);
 }
 
 }  // namespace

@@ -3,6 +3,8 @@
 #include <cstdint>
 #include <string>
 
+#include "library/screenshot_item.h"
+
 namespace klipora::intelligence {
 namespace {
 
@@ -49,12 +51,7 @@ size_t characterCount(std::string_view text) {
   return n;
 }
 
-std::string_view trimBlanks(std::string_view text) {
-  constexpr std::string_view kBlanks = " \t\r\n\f\v";
-  size_t from = text.find_first_not_of(kBlanks);
-  if (from == std::string_view::npos) return {};
-  return text.substr(from, text.find_last_not_of(kBlanks) - from + 1);
-}
+std::string_view trimBlanks(std::string_view text) { return library::trimmedView(text); }
 
 std::string capAtWordBoundary(std::string text, size_t limit) {
   if (characterCount(text) <= limit) return text;

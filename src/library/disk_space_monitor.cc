@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "platform/localization.h"
+#include "platform/log.h"
 
 namespace klipora::library {
 namespace {
@@ -53,7 +54,14 @@ void DiskSpaceMonitor::refresh() {
 void DiskSpaceMonitor::publish(int64_t freeBytes, int64_t totalBytes) {
   freeBytes_ = freeBytes;
   totalBytes_ = totalBytes;
+  Severity was = severity_;
   severity_ = severityFor(freeBytes, totalBytes);
+  if (severity_ != was && severity_ != Severity::ok) {
+    log::warning("Library", "%s: %s free on the volume of %s", severityName(severity_),
+                 formatByteCount(freeBytes).c_str(), volumePath_.c_str());
+  } else if (severity_ != was) {
+    log::info("Library", "free space is back to %s", formatByteCount(freeBytes).c_str());
+  }
 }
 
 bool DiskSpaceMonitor::shouldShowBanner() const {

@@ -87,9 +87,34 @@ std::string Stamp(Clock& clock) {
   return buf;
 }
 
-// Leaves a copy of the store (and its write-ahead log) beside it for support.
+// True when the two files hold the same bytes; compared a piece at a time.
+bool SameContent(FileSystem& fs, const std::string& a, const std::string& b) {
+  auto sizeA = fs.attributes(a);
+  auto sizeB = fs.attributes(b);
+  if (!sizeA || !sizeB || sizeA->size != sizeB->size) return false;
+  constexpr int64_t kPiece = 1 << 20;
+  for (int64_t at = 0; at < sizeA->size; at += kPiece) {
+    auto pieceA = fs.readFileRange(a, at, kPiece);
+    auto pieceB = fs.readFileRange(b, at, kPiece);
+    if (!pieceA || !pieceB || *pieceA != *pieceB) return false;
+  }
+  return true;
+}
+
+// Leaves a copy of the store (and its write-ahead log) beside it for support,
+// once: a store that fails again unchanged keeps its first copy, so retrying
+// a command does not fill the disk with copies.
 std::string MakeDiagnosticCopy(FileSystem& fs, Clock& clock, const std::string& storePath) {
   std::string folder = deletingLastPathComponent(storePath);
+  if (fs.exists(storePath)) {
+    if (auto names = fs.listDirectory(folder)) {
+      for (const auto& name : *names) {
+        if (!name.starts_with("Klipora-diagnostic-") || !name.ends_with(".store")) continue;
+        std::string earlier = joinPath(folder, name);
+        if (SameContent(fs, storePath, earlier)) return earlier;
+      }
+    }
+  }
   std::string base = joinPath(folder, "Klipora-diagnostic-" + Stamp(clock));
   std::string copy = base + ".store";
   for (int n = 2; fs.exists(copy); ++n) copy = base + "-" + std::to_string(n) + ".store";

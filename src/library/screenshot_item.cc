@@ -1,5 +1,7 @@
 #include "library/screenshot_item.h"
 
+#include <algorithm>
+
 namespace klipora::library {
 namespace {
 
@@ -27,13 +29,64 @@ std::string JoinWithSpaces(const std::vector<std::string>& items) {
 
 }  // namespace
 
-std::string trimmed(std::string_view text) {
-  constexpr std::string_view kBlank = " \t\n\r\v\f";
-  size_t start = text.find_first_not_of(kBlank);
-  if (start == std::string_view::npos) return {};
-  size_t end = text.find_last_not_of(kBlank);
-  return std::string(text.substr(start, end - start + 1));
+namespace {
+
+// Unicode white space: the ASCII blanks and line breaks, NEL, the no-break
+// spaces, the typographic spaces of U+2000..U+200A, the line and paragraph
+// separators, and the ideographic space.
+bool IsWhiteSpace(char32_t c) {
+  return (c >= 0x09 && c <= 0x0D) || c == 0x20 || c == 0x85 || c == 0xA0 || c == 0x1680 ||
+         (c >= 0x2000 && c <= 0x200A) || c == 0x2028 || c == 0x2029 || c == 0x202F ||
+         c == 0x205F || c == 0x3000;
 }
+
+// The code point encoded by the `length` bytes at `p` (UTF-8 already checked
+// by the caller's choice of length); U+FFFD for anything malformed.
+char32_t DecodeAt(std::string_view text, size_t at, size_t length) {
+  auto byte = [&](size_t i) { return static_cast<unsigned char>(text[at + i]); };
+  if (length == 1) return byte(0);
+  char32_t c = byte(0) & (0x7F >> length);
+  for (size_t i = 1; i < length; ++i) {
+    if ((byte(i) & 0xC0) != 0x80) return 0xFFFD;
+    c = (c << 6) | (byte(i) & 0x3F);
+  }
+  return c;
+}
+
+size_t SequenceLength(unsigned char lead) {
+  if (lead < 0x80) return 1;
+  if ((lead & 0xE0) == 0xC0) return 2;
+  if ((lead & 0xF0) == 0xE0) return 3;
+  if ((lead & 0xF8) == 0xF0) return 4;
+  return 1;  // a stray continuation byte: not white space
+}
+
+}  // namespace
+
+std::string_view trimmedView(std::string_view text) {
+  while (!text.empty()) {
+    size_t length = std::min(SequenceLength(static_cast<unsigned char>(text[0])), text.size());
+    if (!IsWhiteSpace(DecodeAt(text, 0, length))) break;
+    text.remove_prefix(length);
+  }
+  while (!text.empty()) {
+    // Back over up to three continuation bytes to the lead byte.
+    size_t start = text.size() - 1;
+    while (start > 0 && text.size() - start < 4 &&
+           (static_cast<unsigned char>(text[start]) & 0xC0) == 0x80) {
+      --start;
+    }
+    size_t length = text.size() - start;
+    if (SequenceLength(static_cast<unsigned char>(text[start])) != length ||
+        !IsWhiteSpace(DecodeAt(text, start, length))) {
+      break;
+    }
+    text.remove_suffix(length);
+  }
+  return text;
+}
+
+std::string trimmed(std::string_view text) { return std::string(trimmedView(text)); }
 
 ProcessingState ScreenshotItem::processingState() const {
   return fromRaw<ProcessingState>(processingStateRaw).value_or(ProcessingState::pending);

@@ -119,7 +119,10 @@ struct ScreenshotItem {
 template <>
 const RecordSchema<ScreenshotItem>& schemaOf<ScreenshotItem>();
 
-// Removes white space and line breaks from both ends.
+// Removes Unicode white space and line breaks from both ends: the ASCII
+// blanks, the no-break spaces (U+00A0, U+202F), the typographic and
+// ideographic spaces, the line and paragraph separators.
 std::string trimmed(std::string_view text);
+std::string_view trimmedView(std::string_view text);
 
 }  // namespace klipora::library

@@ -41,6 +41,20 @@ TEST(ScreenshotItemTest, UserChoicesOverrideGeneratedOnes) {
   EXPECT_TRUE(item.hasUserTitle());
 }
 
+TEST(ScreenshotItemTest, TrimmingTakesEveryUnicodeSpaceButNothingElse) {
+  // No-break, narrow no-break, em, ideographic spaces, a line separator, NEL.
+  EXPECT_EQ(trimmed("\u00A0\u202F Receipt\u2003\u3000\u2028\u0085\t"), "Receipt");
+  EXPECT_EQ(trimmed("\u00A0\u3000"), "");
+  EXPECT_EQ(trimmed("a\u00A0b"), "a\u00A0b");  // inside stays
+  EXPECT_EQ(trimmed("\u00E9t\u00E9"), "\u00E9t\u00E9");  // letters that end in a lead byte pattern
+  EXPECT_EQ(trimmed("\u200Bzero-width\u200B"), "\u200Bzero-width\u200B");  // not white space
+  EXPECT_EQ(trimmed("x\xA0"), "x\xA0");  // a stray byte is not a no-break space
+  ScreenshotItem item;
+  item.generatedCategory = ScreenshotCategory::errors;
+  item.userTitle = "\u00A0\u00A0";
+  EXPECT_EQ(item.displayTitle(), "Errors");
+}
+
 TEST(ScreenshotItemTest, DisplayedStateAndTrash) {
   ScreenshotItem item;
   item.setProcessingState(ProcessingState::partiallyFailed);

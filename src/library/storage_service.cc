@@ -28,12 +28,16 @@ Status StorageService::createLibraryStructure() {
   return Status::Ok();
 }
 
-Result<std::string> StorageService::copyToLibrary(const std::string& source,
-                                                  std::string_view bytes) {
+std::string StorageService::newLibraryCopyPath(const std::string& source) const {
   std::string extension = pathExtension(source);
   std::string name = UUID::Random().uuidString();
   if (!extension.empty()) name += "." + extension;
-  std::string destination = joinPath(originalsFolder(), name);
+  return joinPath(originalsFolder(), name);
+}
+
+Result<std::string> StorageService::copyToLibrary(const std::string& source,
+                                                  std::string_view bytes) {
+  std::string destination = newLibraryCopyPath(source);
   RETURN_IF_ERROR(fs_.writeNewFile(destination, bytes));
   // A fresh file carries no attributes today; removing the mark anyway keeps
   // the rule true if the copy is ever made by a call that preserves them.
@@ -46,9 +50,9 @@ Result<std::string> StorageService::copyToLibrary(const std::string& source) {
   return copyToLibrary(source, bytes);
 }
 
-Result<std::string> StorageService::generateThumbnailFromData(std::string_view bytes,
-                                                              const UUID& itemID) {
-  auto properties = codec_.properties(bytes);
+Result<std::string> StorageService::checkedThumbnail(
+    const Result<ImageProperties>& properties, const std::function<Result<std::string>()>& encode,
+    const UUID& itemID) {
   if (!properties) {
     return Err(Status::InvalidArgument(errorDescription(StorageError::unreadableImage)));
   }
@@ -58,7 +62,7 @@ Result<std::string> StorageService::generateThumbnailFromData(std::string_view b
                  properties->height);
     return Err(Status::InvalidArgument(errorDescription(StorageError::thumbnailGenerationFailed)));
   }
-  auto jpeg = codec_.makeJpegThumbnail(bytes, kThumbnailMaxPixelSize, kThumbnailQuality);
+  auto jpeg = encode();
   if (!jpeg) {
     log::warning("Thumb", "thumbnail for %s failed: %s", itemID.uuidString().c_str(),
                  jpeg.error().message().c_str());
@@ -72,11 +76,23 @@ Result<std::string> StorageService::generateThumbnailFromData(std::string_view b
   return path;
 }
 
+Result<std::string> StorageService::generateThumbnailFromData(std::string_view bytes,
+                                                              const UUID& itemID) {
+  return checkedThumbnail(
+      codec_.properties(bytes),
+      [&] { return codec_.makeJpegThumbnail(bytes, kThumbnailMaxPixelSize, kThumbnailQuality); },
+      itemID);
+}
+
 Result<std::string> StorageService::generateThumbnail(const std::string& imagePath,
                                                       const UUID& itemID) {
-  auto bytes = fs_.readFile(imagePath);
-  if (!bytes) return Err(Status::NotFound(errorDescription(StorageError::unreadableImage)));
-  return generateThumbnailFromData(*bytes, itemID);
+  return checkedThumbnail(
+      codec_.propertiesOfFile(imagePath),
+      [&] {
+        return codec_.makeJpegThumbnailOfFile(imagePath, kThumbnailMaxPixelSize,
+                                              kThumbnailQuality);
+      },
+      itemID);
 }
 
 std::optional<Date> StorageService::fileCreationDate(

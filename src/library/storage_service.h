@@ -7,6 +7,7 @@
 // Thread rules: safe from any thread; it keeps no mutable state.
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -45,6 +46,9 @@ class StorageService {
   // Creates the four subfolders (and the root); ok when they exist.
   Status createLibraryStructure();
 
+  // A new path in "Originals" for a copy of `source`: an upper-case UUID name
+  // keeping the source's extension (the bare UUID when it has none).
+  std::string newLibraryCopyPath(const std::string& source) const;
   // Writes `bytes` (the content of `source`) into "Originals" under a new
   // upper-case UUID name keeping the source's extension, and returns the new
   // path. Fails with the file system's error and leaves no partial file.
@@ -53,7 +57,9 @@ class StorageService {
   Result<std::string> copyToLibrary(const std::string& source);
 
   // Writes the thumbnail of the image file at `imagePath` for `itemID` and
-  // returns its path. Fails with unreadableImage or thumbnailGenerationFailed.
+  // returns its path, decoding from the file (memory holds no more than the
+  // decoder's working lines). Fails with unreadableImage or
+  // thumbnailGenerationFailed.
   Result<std::string> generateThumbnail(const std::string& imagePath, const UUID& itemID);
   // The same from the encoded image bytes already in memory.
   Result<std::string> generateThumbnailFromData(std::string_view bytes, const UUID& itemID);
@@ -77,6 +83,10 @@ class StorageService {
   ImageCodec& codec() { return codec_; }
 
  private:
+  Result<std::string> checkedThumbnail(const Result<ImageProperties>& properties,
+                                       const std::function<Result<std::string>()>& encode,
+                                       const UUID& itemID);
+
   FileSystem& fs_;
   ImageCodec& codec_;
   std::string root_;

@@ -8,6 +8,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -28,6 +29,17 @@ struct FileAttributes {
   Date modificationTime;  // content modification time
 };
 
+// What copyStreaming did: how much it copied, or which side failed. A failure
+// reading `from` (it is no regular file, it vanished, it may not be read) is
+// the source's; a failure creating or writing `to` (a full disk, a read-only
+// folder) is the destination's.
+struct StreamedCopy {
+  int64_t size = 0;
+  Status sourceError;
+  Status destinationError;
+  bool ok() const { return sourceError.ok() && destinationError.ok(); }
+};
+
 struct VolumeCapacity {
   int64_t freeBytes = 0;  // available to an unprivileged user
   int64_t totalBytes = 0;
@@ -40,9 +52,21 @@ class FileSystem {
   FileSystem& operator=(const FileSystem&) = delete;
   virtual ~FileSystem() = default;
 
-  // Reads a whole file. NotFound when it does not exist, PermissionDenied when
-  // it cannot be opened, IoError otherwise.
+  // Reads a whole regular file. NotFound when it does not exist,
+  // PermissionDenied when it cannot be opened, InvalidArgument for anything
+  // but a regular file (never blocks on a named pipe), IoError otherwise.
   virtual Result<std::string> readFile(const std::string& path) = 0;
+  // Copies the regular file `from` into the new file `to` (which must not
+  // exist), reading `from` once in chunks of at most kCopyChunkSize bytes and
+  // handing each chunk to `eachChunk` before it is written; memory holds one
+  // chunk. Only a regular file is read: anything else is refused as
+  // InvalidArgument naming what it is, without blocking. `to` is synced; on
+  // any failure it is removed. A failing `eachChunk` stops the copy with its
+  // error as the source's.
+  static constexpr size_t kCopyChunkSize = 1 << 20;
+  virtual StreamedCopy copyStreaming(
+      const std::string& from, const std::string& to,
+      const std::function<Status(std::string_view chunk)>& eachChunk) = 0;
   // Up to `length` bytes from `offset` of a regular file (fewer near its end;
   // a negative offset counts from the end). Never opens anything else, so a
   // named pipe or a device cannot block it: InvalidArgument for those.

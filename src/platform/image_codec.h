@@ -56,6 +56,12 @@ class ImageCodec {
   // more than kMaxThumbnailSourcePixels.
   virtual Result<std::string> makeJpegThumbnail(std::string_view bytes, int maxPixelSize,
                                                 int quality) = 0;
+  // The same two from an image file, for files too large to hold in memory:
+  // the header is read alone, and the thumbnail is decoded shrinking as it
+  // loads, so memory holds a few lines of pixels, not the file.
+  virtual Result<ImageProperties> propertiesOfFile(const std::string& path) = 0;
+  virtual Result<std::string> makeJpegThumbnailOfFile(const std::string& path, int maxPixelSize,
+                                                      int quality) = 0;
   // Decodes the first frame or page to 8-bit pixels with the EXIF orientation
   // applied. Grey output is flattened on white (transparent areas read as
   // white paper); RGBA keeps the alpha channel. 16-bit, CMYK and palette

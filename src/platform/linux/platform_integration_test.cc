@@ -2,6 +2,10 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
 #include <sys/xattr.h>
 
 #include "platform/linux/posix_file_system.h"
@@ -64,6 +68,81 @@ TEST_F(PosixFileSystemTest, AWriteThatRunsOutOfRoomLeavesNoPartialFile) {
   EXPECT_TRUE(fs_.listDirectory(dir_.path())->empty());
 }
 
+TEST_F(PosixFileSystemTest, OnlyRegularFilesAreReadAndNothingBlocks) {
+  std::string fifo = dir_.file("fifo.png");
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0644), 0);
+  std::string socketPath = dir_.file("socket.png");
+  int sock = ::socket(AF_UNIX, SOCK_STREAM, 0);
+  struct sockaddr_un address = {};
+  address.sun_family = AF_UNIX;
+  std::snprintf(address.sun_path, sizeof address.sun_path, "%s", socketPath.c_str());
+  ASSERT_EQ(::bind(sock, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+  ASSERT_EQ(::symlink(dir_.file("nowhere.png").c_str(), dir_.file("dangling.png").c_str()), 0);
+  ASSERT_EQ(::symlink(dir_.file("loop-b.png").c_str(), dir_.file("loop-a.png").c_str()), 0);
+  ASSERT_EQ(::symlink(dir_.file("loop-a.png").c_str(), dir_.file("loop-b.png").c_str()), 0);
+  ASSERT_TRUE(fs_.createDirectories(dir_.file("folder.png")).ok());
+
+  const std::pair<std::string, std::string> refused[] = {
+      {fifo, "it is a named pipe, not a file"},
+      {socketPath, "it is a socket, not a file"},
+      {dir_.file("folder.png"), "it is a folder"},
+      {"/dev/null", "it is a device, not a file"},
+      {dir_.file("dangling.png"), "a link to a file that does not exist"},
+      {dir_.file("loop-a.png"), "too many symbolic links (a link loop)"}};
+  for (const auto& [path, why] : refused) {
+    auto read = fs_.readFile(path);
+    ASSERT_FALSE(read) << path;
+    EXPECT_TRUE(read.error().message().ends_with(why)) << read.error().message();
+    StreamedCopy copy = fs_.copyStreaming(path, dir_.file("copy"), [](std::string_view) {
+      return Status::Ok();
+    });
+    EXPECT_TRUE(copy.sourceError.message().ends_with(why)) << copy.sourceError.message();
+    EXPECT_FALSE(fs_.exists(dir_.file("copy")));
+  }
+  ::close(sock);
+}
+
+TEST_F(PosixFileSystemTest, StreamedCopyHandsOverEveryChunkAndCleansUpAfterFailures) {
+  std::string big(2 * FileSystem::kCopyChunkSize + 17, 'a');
+  big[FileSystem::kCopyChunkSize] = 'b';
+  ASSERT_TRUE(fs_.writeNewFile(dir_.file("big.png"), big).ok());
+  std::string seen;
+  int chunks = 0;
+  StreamedCopy copy = fs_.copyStreaming(dir_.file("big.png"), dir_.file("copy.png"),
+                                        [&](std::string_view chunk) {
+                                          ++chunks;
+                                          seen.append(chunk);
+                                          return Status::Ok();
+                                        });
+  ASSERT_TRUE(copy.ok());
+  EXPECT_EQ(copy.size, static_cast<int64_t>(big.size()));
+  EXPECT_EQ(chunks, 3);
+  EXPECT_EQ(seen, big);
+  EXPECT_EQ(*fs_.readFile(dir_.file("copy.png")), big);
+
+  StreamedCopy exists = fs_.copyStreaming(dir_.file("big.png"), dir_.file("copy.png"),
+                                          [](std::string_view) { return Status::Ok(); });
+  EXPECT_EQ(exists.destinationError.code(), Status::Code::kAlreadyExists);
+  StreamedCopy stopped = fs_.copyStreaming(dir_.file("big.png"), dir_.file("stopped.png"),
+                                           [](std::string_view) {
+                                             return Status::Cancelled("enough");
+                                           });
+  EXPECT_EQ(stopped.sourceError.code(), Status::Code::kCancelled);
+  EXPECT_FALSE(fs_.exists(dir_.file("stopped.png")));
+
+  struct rlimit old;
+  getrlimit(RLIMIT_FSIZE, &old);
+  signal(SIGXFSZ, SIG_IGN);
+  struct rlimit small = {4096, old.rlim_max};
+  setrlimit(RLIMIT_FSIZE, &small);
+  StreamedCopy full = fs_.copyStreaming(dir_.file("big.png"), dir_.file("full.png"),
+                                        [](std::string_view) { return Status::Ok(); });
+  setrlimit(RLIMIT_FSIZE, &old);
+  EXPECT_TRUE(full.sourceError.ok());
+  EXPECT_FALSE(full.destinationError.ok());
+  EXPECT_FALSE(fs_.exists(dir_.file("full.png")));
+}
+
 class VipsImageCodecTest : public ::testing::Test {
  protected:
   VipsImageCodec codec_;
@@ -86,6 +165,22 @@ TEST_F(VipsImageCodecTest, ReadsFactsAndMakesUprightThumbnails) {
   EXPECT_EQ(t->width, 225);  // turned upright: taller than wide
   EXPECT_EQ(t->height, 300);
   EXPECT_EQ(t->orientation, 1);
+
+  // The same read from a file, as large imports do.
+  testing::TempDir dir;
+  PosixFileSystem fs;
+  ASSERT_TRUE(fs.writeNewFile(dir.file("UPRIGHT.jpg"), jpeg).ok());
+  auto fromFile = codec_.propertiesOfFile(dir.file("UPRIGHT.jpg"));
+  ASSERT_TRUE(fromFile) << fromFile.error().message();
+  EXPECT_EQ(fromFile->exifDateTimeOriginal, "2024:02:29 23:59:59");
+  EXPECT_EQ(fromFile->format, "jpeg");
+  auto fileThumb = codec_.makeJpegThumbnailOfFile(dir.file("UPRIGHT.jpg"), 300, 80);
+  ASSERT_TRUE(fileThumb) << fileThumb.error().message();
+  EXPECT_EQ(codec_.properties(*fileThumb)->width, 225);
+  ASSERT_TRUE(fs.writeNewFile(dir.file("TEXT.png"), "not an image").ok());
+  EXPECT_FALSE(codec_.propertiesOfFile(dir.file("TEXT.png")));
+  ASSERT_TRUE(fs.writeNewFile(dir.file("CUT.jpg"), jpeg.substr(0, jpeg.size() / 2)).ok());
+  EXPECT_FALSE(codec_.makeJpegThumbnailOfFile(dir.file("CUT.jpg"), 300, 80));
 
   std::string small = testing::makeTestImage(testing::imageOptions(120, 80));
   auto same = codec_.properties(*codec_.makeJpegThumbnail(small, 300, 80));

@@ -24,6 +24,11 @@ class Fd {
   Fd(const Fd&) = delete;
   Fd& operator=(const Fd&) = delete;
   int get() const { return fd_; }
+  int release() {
+    int fd = fd_;
+    fd_ = -1;
+    return fd;
+  }
   // Closes now and reports the error close() gives (NFS reports late write errors here).
   int close() {
     int rc = ::close(fd_);
@@ -64,14 +69,50 @@ Date FromTimestamp(const struct statx_timestamp& ts) {
   return Date::fromSecondsSince1970(static_cast<double>(ts.tv_sec) + ts.tv_nsec / 1e9);
 }
 
+// Opens `path` for reading only when it is a regular file. O_NONBLOCK makes
+// the open of a named pipe return at once (a blocking open waits for a
+// writer for ever); the type is then checked on the open descriptor, before
+// anything is read, so nothing can change it in between.
+Result<std::pair<int, struct stat>> OpenRegularFile(const std::string& path) {
+  int raw = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+  if (raw < 0) {
+    int err = errno;
+    struct stat st;
+    if (err == ELOOP) {
+      return Err(Status::InvalidArgument(path + ": too many symbolic links (a link loop)"));
+    }
+    if (err == ENXIO && ::stat(path.c_str(), &st) == 0 && S_ISSOCK(st.st_mode)) {
+      return Err(Status::InvalidArgument(path + ": it is a socket, not a file"));
+    }
+    if (err == ENOENT && ::lstat(path.c_str(), &st) == 0 && S_ISLNK(st.st_mode)) {
+      return Err(Status::NotFound(path + ": a link to a file that does not exist"));
+    }
+    return Err(Status::FromErrno(err, "open " + path));
+  }
+  Fd fd(raw);
+  struct stat st;
+  if (::fstat(fd.get(), &st) != 0) return Err(Status::FromErrno(errno, "stat " + path));
+  if (!S_ISREG(st.st_mode)) {
+    const char* what = S_ISDIR(st.st_mode)    ? "it is a folder"
+                       : S_ISFIFO(st.st_mode) ? "it is a named pipe, not a file"
+                       : S_ISSOCK(st.st_mode) ? "it is a socket, not a file"
+                                              : "it is a device, not a file";
+    return Err(Status::InvalidArgument(path + ": " + what));
+  }
+  // Reads of a regular file never block; clearing the flag keeps it so on
+  // file systems that would honour it.
+  (void)::fcntl(fd.get(), F_SETFL, ::fcntl(fd.get(), F_GETFL) & ~O_NONBLOCK);
+  int out = fd.get();
+  (void)fd.release();
+  return std::make_pair(out, st);
+}
+
 }  // namespace
 
 Result<std::string> PosixFileSystem::readFile(const std::string& path) {
-  Fd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-  if (fd.get() < 0) return Err(Status::FromErrno(errno, "open " + path));
-  struct stat st;
-  if (::fstat(fd.get(), &st) != 0) return Err(Status::FromErrno(errno, "stat " + path));
-  if (S_ISDIR(st.st_mode)) return Err(Status::InvalidArgument(path + " is a folder"));
+  ASSIGN_OR_RETURN(auto opened, OpenRegularFile(path));
+  Fd fd(opened.first);
+  const struct stat& st = opened.second;
   std::string data;
   data.resize(st.st_size > 0 ? static_cast<size_t>(st.st_size) : 0);
   size_t got = 0;
@@ -89,15 +130,50 @@ Result<std::string> PosixFileSystem::readFile(const std::string& path) {
   return data;
 }
 
+StreamedCopy PosixFileSystem::copyStreaming(
+    const std::string& from, const std::string& to,
+    const std::function<Status(std::string_view chunk)>& eachChunk) {
+  StreamedCopy result;
+  auto opened = OpenRegularFile(from);
+  if (!opened) {
+    result.sourceError = opened.error();
+    return result;
+  }
+  Fd in(opened->first);
+  Fd out(::open(to.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0644));
+  if (out.get() < 0) {
+    result.destinationError = Status::FromErrno(errno, "create " + to);
+    return result;
+  }
+  std::string buffer(kCopyChunkSize, '\0');
+  while (result.ok()) {
+    ssize_t n = ::read(in.get(), buffer.data(), buffer.size());
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      result.sourceError = Status::FromErrno(errno, "read " + from);
+      break;
+    }
+    if (n == 0) break;
+    std::string_view chunk(buffer.data(), static_cast<size_t>(n));
+    result.sourceError = eachChunk(chunk);
+    if (result.sourceError.ok()) result.destinationError = WriteAll(out.get(), chunk, to);
+    result.size += n;
+  }
+  if (result.ok() && ::fdatasync(out.get()) != 0) {
+    result.destinationError = Status::FromErrno(errno, "sync " + to);
+  }
+  if (out.close() != 0 && result.ok()) {
+    result.destinationError = Status::FromErrno(errno, "close " + to);
+  }
+  if (!result.ok()) ::unlink(to.c_str());
+  return result;
+}
+
 Result<std::string> PosixFileSystem::readFileRange(const std::string& path, int64_t offset,
                                                    int64_t length) {
-  // Non-blocking, so that opening a named pipe returns at once; the type is
-  // checked on the open descriptor before anything is read.
-  Fd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-  if (fd.get() < 0) return Err(Status::FromErrno(errno, "open " + path));
-  struct stat st;
-  if (::fstat(fd.get(), &st) != 0) return Err(Status::FromErrno(errno, "stat " + path));
-  if (!S_ISREG(st.st_mode)) return Err(Status::InvalidArgument(path + " is not a regular file"));
+  ASSIGN_OR_RETURN(auto opened, OpenRegularFile(path));
+  Fd fd(opened.first);
+  const struct stat& st = opened.second;
   if (offset < 0) offset = std::max<int64_t>(0, st.st_size + offset);
   std::string data(static_cast<size_t>(std::max<int64_t>(0, length)), '\0');
   size_t got = 0;
@@ -143,8 +219,8 @@ Status PosixFileSystem::writeFileAtomically(const std::string& path, std::string
 }
 
 Status PosixFileSystem::copyFile(const std::string& from, const std::string& to) {
-  ASSIGN_OR_RETURN(std::string data, readFile(from));
-  return writeNewFile(to, data);
+  StreamedCopy copy = copyStreaming(from, to, [](std::string_view) { return Status::Ok(); });
+  return copy.sourceError.ok() ? copy.destinationError : copy.sourceError;
 }
 
 Status PosixFileSystem::removeFile(const std::string& path) {

@@ -9,6 +9,9 @@ namespace klipora {
 class PosixFileSystem final : public FileSystem {
  public:
   Result<std::string> readFile(const std::string& path) override;
+  StreamedCopy copyStreaming(
+      const std::string& from, const std::string& to,
+      const std::function<Status(std::string_view chunk)>& eachChunk) override;
   Result<std::string> readFileRange(const std::string& path, int64_t offset,
                                     int64_t length) override;
   Result<std::string> resolvingSymlinks(const std::string& path) override;

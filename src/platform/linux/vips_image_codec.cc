@@ -71,56 +71,47 @@ VipsImageCodec::VipsImageCodec() {
   });
 }
 
-Result<ImageProperties> VipsImageCodec::properties(std::string_view bytes) {
-  if (bytes.empty()) return Err(Status::InvalidArgument("the file is empty"));
-  const char* loader = vips_foreign_find_load_buffer(bytes.data(), bytes.size());
-  if (loader == nullptr) {
-    vips_error_clear();
-    return Err(Status::InvalidArgument("not an image in a format libvips can read"));
-  }
-  Ref<VipsImage> image(vips_image_new_from_buffer(bytes.data(), bytes.size(), "", nullptr));
-  if (image.get() == nullptr) return Err(Status::InvalidArgument(TakeVipsError()));
+namespace {
+
+ImageProperties PropertiesOf(VipsImage* image, std::string loader) {
   ImageProperties p;
-  p.width = vips_image_get_width(image.get());
-  p.height = vips_image_get_height(image.get());
+  p.width = vips_image_get_width(image);
+  p.height = vips_image_get_height(image);
   int orientation = 1;
-  if (vips_image_get_typeof(image.get(), VIPS_META_ORIENTATION) != 0 &&
-      vips_image_get_int(image.get(), VIPS_META_ORIENTATION, &orientation) == 0 &&
-      orientation >= 1 && orientation <= 8) {
+  if (vips_image_get_typeof(image, VIPS_META_ORIENTATION) != 0 &&
+      vips_image_get_int(image, VIPS_META_ORIENTATION, &orientation) == 0 && orientation >= 1 &&
+      orientation <= 8) {
     p.orientation = orientation;
   }
   vips_error_clear();
-  p.exifDateTimeOriginal = ExifString(image.get(), "exif-ifd2-DateTimeOriginal");
-  p.exifDateTimeDigitized = ExifString(image.get(), "exif-ifd2-DateTimeDigitized");
-  p.tiffDateTime = ExifString(image.get(), "exif-ifd0-DateTime");
-  std::string name = loader;  // "VipsForeignLoadPngBuffer" → "png"
-  if (name.rfind("VipsForeignLoad", 0) == 0) name = name.substr(15);
-  for (const char* suffix : {"Buffer", "Source"}) {
-    size_t at = name.rfind(suffix);
-    if (at != std::string::npos && at + std::strlen(suffix) == name.size()) name.resize(at);
+  p.exifDateTimeOriginal = ExifString(image, "exif-ifd2-DateTimeOriginal");
+  p.exifDateTimeDigitized = ExifString(image, "exif-ifd2-DateTimeDigitized");
+  p.tiffDateTime = ExifString(image, "exif-ifd0-DateTime");
+  // "VipsForeignLoadPngBuffer" → "png"
+  if (loader.rfind("VipsForeignLoad", 0) == 0) loader = loader.substr(15);
+  for (const char* suffix : {"Buffer", "Source", "File"}) {
+    size_t at = loader.rfind(suffix);
+    if (at != std::string::npos && at + std::strlen(suffix) == loader.size()) loader.resize(at);
   }
-  for (char& c : name) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  p.format = name;
+  for (char& c : loader) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  p.format = loader;
   return p;
 }
 
-Result<std::string> VipsImageCodec::makeJpegThumbnail(std::string_view bytes, int maxPixelSize,
-                                                      int quality) {
-  // A header may declare billions of pixels; decoding them would take minutes
-  // even when the data behind them is missing.
-  ASSIGN_OR_RETURN(ImageProperties header, properties(bytes));
-  if (static_cast<int64_t>(header.width) * header.height > kMaxThumbnailSourcePixels) {
-    return Err(Status::InvalidArgument("image of " + std::to_string(header.width) + "x" +
-                                       std::to_string(header.height) +
-                                       " pixels is too large to thumbnail"));
+// A header may declare billions of pixels; decoding them would take minutes
+// even when the data behind them is missing.
+Status CheckThumbnailSize(const ImageProperties& header) {
+  if (static_cast<int64_t>(header.width) * header.height > ImageCodec::kMaxThumbnailSourcePixels) {
+    return Status::InvalidArgument("image of " + std::to_string(header.width) + "x" +
+                                   std::to_string(header.height) +
+                                   " pixels is too large to thumbnail");
   }
-  Ref<VipsImage> thumb;
-  if (vips_thumbnail_buffer(const_cast<char*>(bytes.data()), bytes.size(), thumb.out(),
-                            maxPixelSize, "height", maxPixelSize, "size", VIPS_SIZE_DOWN,
-                            "option_string", kFailOnTruncation, nullptr) != 0) {
-    return Err(Status::Corruption(TakeVipsError()));
-  }
-  VipsImage* ready = thumb.get();
+  return Status::Ok();
+}
+
+// Flattens transparency on white and encodes the thumbnail as JPEG.
+Result<std::string> EncodeThumbnail(VipsImage* thumbnail, int quality) {
+  VipsImage* ready = thumbnail;
   Ref<VipsImage> flat;
   if (vips_image_hasalpha(ready)) {
     // One value is applied to every band, so grey and colour images both work.
@@ -141,6 +132,56 @@ Result<std::string> VipsImageCodec::makeJpegThumbnail(std::string_view bytes, in
   return jpeg;
 }
 
+}  // namespace
+
+Result<ImageProperties> VipsImageCodec::properties(std::string_view bytes) {
+  if (bytes.empty()) return Err(Status::InvalidArgument("the file is empty"));
+  const char* loader = vips_foreign_find_load_buffer(bytes.data(), bytes.size());
+  if (loader == nullptr) {
+    vips_error_clear();
+    return Err(Status::InvalidArgument("not an image in a format libvips can read"));
+  }
+  Ref<VipsImage> image(vips_image_new_from_buffer(bytes.data(), bytes.size(), "", nullptr));
+  if (image.get() == nullptr) return Err(Status::InvalidArgument(TakeVipsError()));
+  return PropertiesOf(image.get(), loader);
+}
+
+Result<ImageProperties> VipsImageCodec::propertiesOfFile(const std::string& path) {
+  const char* loader = vips_foreign_find_load(path.c_str());
+  if (loader == nullptr) {
+    vips_error_clear();
+    return Err(Status::InvalidArgument("not an image in a format libvips can read"));
+  }
+  // Opening reads the header only; pixels are decoded when asked for.
+  Ref<VipsImage> image(vips_image_new_from_file(path.c_str(), nullptr));
+  if (image.get() == nullptr) return Err(Status::InvalidArgument(TakeVipsError()));
+  return PropertiesOf(image.get(), loader);
+}
+
+Result<std::string> VipsImageCodec::makeJpegThumbnail(std::string_view bytes, int maxPixelSize,
+                                                      int quality) {
+  ASSIGN_OR_RETURN(ImageProperties header, properties(bytes));
+  RETURN_IF_ERROR(CheckThumbnailSize(header));
+  Ref<VipsImage> thumb;
+  if (vips_thumbnail_buffer(const_cast<char*>(bytes.data()), bytes.size(), thumb.out(),
+                            maxPixelSize, "height", maxPixelSize, "size", VIPS_SIZE_DOWN,
+                            "option_string", kFailOnTruncation, nullptr) != 0) {
+    return Err(Status::Corruption(TakeVipsError()));
+  }
+  return EncodeThumbnail(thumb.get(), quality);
+}
+
+Result<std::string> VipsImageCodec::makeJpegThumbnailOfFile(const std::string& path,
+                                                            int maxPixelSize, int quality) {
+  ASSIGN_OR_RETURN(ImageProperties header, propertiesOfFile(path));
+  RETURN_IF_ERROR(CheckThumbnailSize(header));
+  Ref<VipsImage> thumb;
+  if (vips_thumbnail(path.c_str(), thumb.out(), maxPixelSize, "height", maxPixelSize, "size",
+                     VIPS_SIZE_DOWN, "fail_on", VIPS_FAIL_ON_TRUNCATED, nullptr) != 0) {
+    return Err(Status::Corruption(TakeVipsError()));
+  }
+  return EncodeThumbnail(thumb.get(), quality);
+}
 
 namespace {
 

@@ -13,6 +13,9 @@ class VipsImageCodec final : public ImageCodec {
   Result<ImageProperties> properties(std::string_view bytes) override;
   Result<std::string> makeJpegThumbnail(std::string_view bytes, int maxPixelSize,
                                         int quality) override;
+  Result<ImageProperties> propertiesOfFile(const std::string& path) override;
+  Result<std::string> makeJpegThumbnailOfFile(const std::string& path, int maxPixelSize,
+                                              int quality) override;
   Result<PixelImage> decodePixels(std::string_view bytes,
                                   const PixelDecodeOptions& options) override;
 };

@@ -44,6 +44,21 @@ Result<std::string> FakeImageCodec::makeJpegThumbnail(std::string_view bytes, in
          std::to_string(static_cast<int>(h * scale + 0.5)) + " q" + std::to_string(quality);
 }
 
+Result<ImageProperties> FakeImageCodec::propertiesOfFile(const std::string& path) {
+  if (!files) return Err(Status::NotFound("no file system for " + path));
+  ++fileReads;
+  ASSIGN_OR_RETURN(std::string bytes, files->readFile(path));
+  return properties(bytes);
+}
+
+Result<std::string> FakeImageCodec::makeJpegThumbnailOfFile(const std::string& path,
+                                                            int maxPixelSize, int quality) {
+  if (!files) return Err(Status::NotFound("no file system for " + path));
+  ++fileReads;
+  ASSIGN_OR_RETURN(std::string bytes, files->readFile(path));
+  return makeJpegThumbnail(bytes, maxPixelSize, quality);
+}
+
 Result<PixelImage> FakeImageCodec::decodePixels(std::string_view bytes,
                                                 const PixelDecodeOptions& options) {
   auto p = properties(bytes);

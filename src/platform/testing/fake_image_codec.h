@@ -9,6 +9,7 @@
 #include <atomic>
 #include <string>
 
+#include "platform/file_system.h"
 #include "platform/image_codec.h"
 
 namespace klipora::testing {
@@ -20,10 +21,16 @@ class FakeImageCodec final : public ImageCodec {
   Result<ImageProperties> properties(std::string_view bytes) override;
   Result<std::string> makeJpegThumbnail(std::string_view bytes, int maxPixelSize,
                                         int quality) override;
+  // Read the file through `files` (NotFound without one).
+  Result<ImageProperties> propertiesOfFile(const std::string& path) override;
+  Result<std::string> makeJpegThumbnailOfFile(const std::string& path, int maxPixelSize,
+                                              int quality) override;
   Result<PixelImage> decodePixels(std::string_view bytes,
                                   const PixelDecodeOptions& options) override;
 
+  FileSystem* files = nullptr;
   std::atomic<int> thumbnailsMade{0};
+  std::atomic<int> fileReads{0};  // calls of the *OfFile variants
   std::atomic<int> pixelDecodes{0};
 };
 

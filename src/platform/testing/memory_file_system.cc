@@ -16,9 +16,42 @@ Status MemoryFileSystem::checkParentWritable(const std::string& path) const {
 
 Result<std::string> MemoryFileSystem::readFile(const std::string& path) {
   std::lock_guard lock(mutex_);
+  if (directories_.count(path)) return Err(Status::InvalidArgument(path + ": it is a folder"));
   auto it = files_.find(path);
   if (it == files_.end()) return Err(Status::NotFound("open " + path + ": No such file"));
   return it->second.data;
+}
+
+StreamedCopy MemoryFileSystem::copyStreaming(
+    const std::string& from, const std::string& to,
+    const std::function<Status(std::string_view chunk)>& eachChunk) {
+  StreamedCopy result;
+  std::string data;
+  {
+    std::lock_guard lock(mutex_);
+    if (directories_.count(from)) {
+      result.sourceError = Status::InvalidArgument(from + ": it is a folder");
+      return result;
+    }
+    auto it = files_.find(from);
+    if (it == files_.end()) {
+      result.sourceError = Status::NotFound("open " + from + ": No such file");
+      return result;
+    }
+    data = it->second.data;
+    result.destinationError = checkParentWritable(to);
+    if (result.destinationError.ok() && (files_.count(to) || directories_.count(to))) {
+      result.destinationError = Status::AlreadyExists(to);
+    }
+    if (!result.ok()) return result;
+  }
+  for (size_t at = 0; at < data.size() && result.ok(); at += kCopyChunkSize) {
+    result.sourceError = eachChunk(std::string_view(data).substr(at, kCopyChunkSize));
+  }
+  if (!result.ok()) return result;
+  result.destinationError = writeNewFile(to, data);
+  if (result.ok()) result.size = static_cast<int64_t>(data.size());
+  return result;
 }
 
 Result<std::string> MemoryFileSystem::readFileRange(const std::string& path, int64_t offset,
@@ -220,6 +253,15 @@ Status FaultInjectingFileSystem::check(Op op, const std::string& path) {
 Result<std::string> FaultInjectingFileSystem::readFile(const std::string& path) {
   RETURN_IF_ERROR(check(Op::kRead, path));
   return base_.readFile(path);
+}
+StreamedCopy FaultInjectingFileSystem::copyStreaming(
+    const std::string& from, const std::string& to,
+    const std::function<Status(std::string_view chunk)>& eachChunk) {
+  StreamedCopy result;
+  result.sourceError = check(Op::kRead, from);
+  if (result.ok()) result.destinationError = check(Op::kWriteNew, to);
+  if (!result.ok()) return result;
+  return base_.copyStreaming(from, to, eachChunk);
 }
 Status FaultInjectingFileSystem::writeNewFile(const std::string& path, std::string_view data) {
   RETURN_IF_ERROR(check(Op::kWriteNew, path));

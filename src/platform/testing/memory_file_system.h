@@ -21,6 +21,9 @@ class MemoryFileSystem final : public FileSystem {
   MemoryFileSystem();
 
   Result<std::string> readFile(const std::string& path) override;
+  StreamedCopy copyStreaming(
+      const std::string& from, const std::string& to,
+      const std::function<Status(std::string_view chunk)>& eachChunk) override;
   Result<std::string> readFileRange(const std::string& path, int64_t offset,
                                     int64_t length) override;
   Result<std::string> resolvingSymlinks(const std::string& path) override;
@@ -92,6 +95,10 @@ class FaultInjectingFileSystem final : public FileSystem {
   void clearFaults();
 
   Result<std::string> readFile(const std::string& path) override;
+  // Faults: kRead on `from`, kWriteNew on `to`.
+  StreamedCopy copyStreaming(
+      const std::string& from, const std::string& to,
+      const std::function<Status(std::string_view chunk)>& eachChunk) override;
   Result<std::string> readFileRange(const std::string& path, int64_t offset,
                                     int64_t length) override {
     RETURN_IF_ERROR(check(Op::kRead, path));
