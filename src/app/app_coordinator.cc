@@ -2,6 +2,7 @@
 // watch, the preferences and the imports live in app_coordinator_*.cc.
 #include "app/app_coordinator.h"
 
+#include "library/orphan_files.h"
 #include "platform/log.h"
 
 namespace klipora::app {
@@ -45,6 +46,13 @@ void AppCoordinator::start() {
   }
   createServices();
   started_ = true;
+  if (structureCreated_ && context_) {
+    // Files a killed import left behind; see orphan_files.h for why imports
+    // of other processes running now are safe.
+    if (auto swept = library::sweepOrphanFiles(*context_, *storage_, env_.clock); !swept) {
+      log::warning("Cleanup", "orphan sweep failed: %s", swept.error().message().c_str());
+    }
+  }
 
   pause_.load();
   if (factories_.makeWatcher) {

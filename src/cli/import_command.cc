@@ -12,7 +12,9 @@
 #include "cli/import_folder.h"
 #include "ingestion/import_pipeline.h"
 #include "library/screenshot_item.h"
+#include "library/orphan_files.h"
 #include "library/screenshot_item_store.h"
+#include "platform/log.h"
 
 namespace klipora::cli {
 namespace {
@@ -224,6 +226,12 @@ int RunImport(CliSession& session, ImportOptions options) {
     }
   } else {
     if (!session.openLibrary()) return session.exitCode;
+    // What an earlier killed import left behind goes before this one adds more.
+    if (auto swept = library::sweepOrphanFiles(session.context(), session.storage(),
+                                               session.platform().clock);
+        !swept) {
+      log::warning("Cleanup", "orphan sweep failed: %s", swept.error().message().c_str());
+    }
     processing::ProcessingSaveCoalescer saver(session.context(), session.platform().mainLoop);
     report = ImportDirectly(session, options.paths, saver, !options.json);
     if (options.wait && !report.ids().empty()) {
