@@ -6,7 +6,7 @@ ifeq ($(KLIPORA_WERROR),1)
 CMAKE_FLAGS += -DKLIPORA_WERROR=ON
 endif
 
-.PHONY: all setup configure build run test bench deb deb-test gallery clean
+.PHONY: all setup configure build run test bench deb deb-test gallery crash clean
 
 all: build
 
@@ -44,5 +44,16 @@ deb-test: deb
 gallery: build
 	@$(BUILD_DIR)/tools/markup_gallery tests/data/markup/gallery $(BUILD_DIR)/gallery
 
+# Kill trials of `klipora import` on a sanitizer build (tests/crash/crash_trials.cc).
+# Leak reports are off: libvips, GLib and Tesseract keep their caches until exit.
+CRASH_DIR ?= build-crash
+TRIALS ?= 200
+crash: setup
+	@cmake -S . -B $(CRASH_DIR) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKLIPORA_SANITIZE=ON \
+	  -DKLIPORA_BUILD_BENCHMARKS=OFF $(CMAKE_FLAGS) >/dev/null
+	@cmake --build $(CRASH_DIR) -j $(JOBS) --target klipora klipora_crash_trials
+	@ASAN_OPTIONS=detect_leaks=0 UBSAN_OPTIONS=print_stacktrace=1 \
+	  $(CRASH_DIR)/tests/crash/klipora_crash_trials --klipora $(CRASH_DIR)/klipora --trials $(TRIALS)
+
 clean:
-	@rm -rf $(BUILD_DIR)
+	@rm -rf $(BUILD_DIR) $(CRASH_DIR)

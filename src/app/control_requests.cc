@@ -279,6 +279,7 @@ void ControlRequestHandler::import(const Json& request, Reply reply) {
                             std::nullopt, [batch, i, coordinator](ingestion::ImportResult result) {
                               auto& entry = batch->results[i];
                               entry = importOutcomeJson(entry["path"], result);
+                              entry["duplicate"] = entry["outcome"] == "duplicate";
                               if (entry["outcome"] == "failed") batch->allOk = false;
                               if (--batch->remaining == 0) {
                                 // "Imported" means saved: a crash after the

@@ -139,7 +139,11 @@ void ImportPipeline::copyAndHash(std::shared_ptr<Job> job) {
   if (!copy.destinationError.ok()) {
     log::warning("Library", "import of %s failed: %s", job->path.c_str(),
                  copy.destinationError.message().c_str());
-    fail(job, ImportError::fileSystem(copy.destinationError), false);
+    ImportError error = ImportError::fileSystem(copy.destinationError);
+    if (copy.destinationError.code() == Status::Code::kPermissionDenied) {
+      error.cause = "no permission to write in the library folder";
+    }
+    fail(job, std::move(error), false);
     return;
   }
   // A fresh file carries no attributes today; removing the mark anyway keeps

@@ -14,7 +14,7 @@ namespace klipora::intelligence {
 // The words of valid UTF-8 text, in order, as views into it.
 std::vector<std::string_view> splitWords(std::string_view text);
 
-// `text` without blanks at either end, the Unicode spaces included.
+// `text` without white space (every Unicode space, line breaks) at either end.
 std::string_view trimBlanks(std::string_view text);
 
 // The number of characters (code points) of valid UTF-8 text.
