@@ -20,99 +20,21 @@
 #include "library/screenshot_item.h"
 #include "library/search_index.h"
 #include "library/search_query.h"
+#include "library_corpus.h"
 #include "platform/linux/posix_file_system.h"
 
 using namespace klipora;
 using namespace klipora::library;
+using klipora::bench::LibraryCorpus;
 
 namespace {
 
 constexpr int kBatch = 1000;
-const Date kNow = Date::fromSecondsSince1970(1'750'000'000);
+const Date kNow = klipora::bench::kCorpusNow;
 
 double Seconds() {
   return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
 }
-
-// Real words first (they take the head of the frequency curve), then made-up
-// ones for the long tail of names, codes and rare terms.
-std::vector<std::string> Vocabulary(std::mt19937& rng) {
-  std::vector<std::string> words = {
-      "the", "to", "and", "of", "a", "in", "is", "you", "for", "on", "your", "this", "with",
-      "file", "edit", "view", "window", "help", "settings", "account", "total", "payment",
-      "invoice", "order", "error", "message", "search", "new", "open", "save", "cancel", "ok",
-      "email", "password", "user", "name", "date", "time", "price", "amount", "shipping",
-      "delivery", "receipt", "card", "bank", "transfer", "meeting", "calendar", "today",
-      "tomorrow", "project", "report", "status", "update", "version", "download", "install",
-      "share", "comment", "reply", "like", "follow", "profile", "photo", "video", "music",
-      "flight", "hotel", "booking", "ticket", "gate", "seat", "function", "return", "const",
-      "class", "import", "export", "build", "failed", "warning", "exception", "stack", "trace",
-      "café", "naïve", "résumé", "über", "straße", "crème", "jalapeño", "smörgåsbord"};
-  const char* syllables[] = {"ka", "lo", "mi", "ne", "ro", "su", "ta", "vi", "pe", "do",
-                             "ra", "in", "vo", "ce", "pay", "ment", "ord", "er", "sta", "tus",
-                             "bri", "gan", "tel", "mor", "quo", "zen", "fal", "dur"};
-  std::uniform_int_distribution<int> pick(0, 27), length(2, 4);
-  while (words.size() < 40000) {
-    std::string w;
-    for (int i = length(rng); i > 0; --i) w += syllables[pick(rng)];
-    words.push_back(w);
-  }
-  std::sort(words.begin() + 100, words.end());
-  words.erase(std::unique(words.begin() + 100, words.end()), words.end());
-  std::shuffle(words.begin() + 100, words.end(), rng);
-  return words;
-}
-
-struct Corpus {
-  std::mt19937 rng{20261122};
-  std::vector<std::string> words = Vocabulary(rng);
-  std::discrete_distribution<size_t> zipf;
-  std::vector<std::string> tags = {"Work",    "Home",   "Taxes 2024", "Project Atlas", "Urgent",
-                                   "Receipts", "Ideas", "Design",     "Bugs",          "Travel"};
-  Corpus() {
-    std::vector<double> weights(words.size());
-    for (size_t i = 0; i < weights.size(); ++i) weights[i] = 1.0 / static_cast<double>(i + 1);
-    zipf = std::discrete_distribution<size_t>(weights.begin(), weights.end());
-  }
-  std::string text(int n) {
-    std::string out;
-    for (int i = 0; i < n; ++i) {
-      if (i) out += (i % 12 == 0) ? "\n" : " ";
-      out += words[zipf(rng)];
-    }
-    return out;
-  }
-  std::shared_ptr<ScreenshotItem> item(int index) {
-    auto item = std::make_shared<ScreenshotItem>();
-    std::uniform_real_distribution<double> unit(0, 1);
-    item->originalFilename = "Screenshot " + std::to_string(index) + ".png";
-    item->importedFilename = item->id.uuidString() + ".png";
-    item->libraryPath = "/library/Originals/" + item->importedFilename;
-    item->checksum = std::to_string(index);
-    item->ocrText = text(std::uniform_int_distribution<int>(150, 400)(rng));
-    item->generatedTitle = text(5);
-    item->generatedSummary = text(20);
-    item->generatedCategory = kAllScreenshotCategories[rng() % kAllScreenshotCategories.size()];
-    item->setGeneratedKeywords({words[zipf(rng)], words[zipf(rng)], words[zipf(rng)]});
-    std::vector<std::string> chosen;
-    for (int t = static_cast<int>(rng() % 3); t > 0; --t) chosen.push_back(tags[rng() % tags.size()]);
-    std::sort(chosen.begin(), chosen.end());
-    chosen.erase(std::unique(chosen.begin(), chosen.end()), chosen.end());
-    item->setUserTags(chosen);
-    double age = unit(rng) * 2 * 365 * 86400;
-    item->capturedAt = kNow.addingTimeInterval(-age);
-    item->importedAt = kNow.addingTimeInterval(-age + 5);
-    item->favorite = unit(rng) < 0.05;
-    item->archived = unit(rng) < 0.03;
-    if (unit(rng) < 0.02) {
-      item->deleted = true;
-      item->deletedAt = kNow.addingTimeInterval(-unit(rng) * 20 * 86400);
-    }
-    item->processingStateRaw = "complete";
-    item->sourceAppName = "Safari";
-    return item;
-  }
-};
 
 std::unique_ptr<ModelContext> OpenStore(const std::string& path) {
   auto db = Database::open(path);
@@ -124,7 +46,7 @@ std::unique_ptr<ModelContext> OpenStore(const std::string& path) {
 }
 
 // Saves one batch of new items; returns the seconds the save took.
-double SaveBatch(ModelContext& context, Corpus& corpus, int first) {
+double SaveBatch(ModelContext& context, LibraryCorpus& corpus, int first) {
   for (int i = 0; i < kBatch; ++i) context.insert(corpus.item(first + i));
   double start = Seconds();
   if (Status s = context.save(); !s.ok()) {
@@ -174,8 +96,8 @@ int main(int argc, char** argv) {
   // work is part of what it costs. The items' dates are spread at random, so
   // every save writes all over the grid's date index, as an import of an old
   // folder would; screenshots saved as they are taken only add to its end.
-  Corpus corpus;
-  Corpus plainCorpus;  // the same seed: the same items
+  LibraryCorpus corpus;
+  LibraryCorpus plainCorpus;  // the same seed: the same items
   auto context = OpenStore(dir + "/Klipora.store");
   Database& db = context->database();
   auto plain = OpenStore(dir + "/plain.store");

@@ -106,7 +106,8 @@ std::vector<std::string> CreateStatements() {
       "indexed INTEGER NOT NULL, " +
           names + ")",
       "CREATE TABLE ScreenshotSearchState (id INTEGER PRIMARY KEY CHECK (id = 1), "
-      "version INTEGER NOT NULL, itemCount INTEGER NOT NULL, maxRowid INTEGER NOT NULL)",
+      "version INTEGER NOT NULL, itemCount INTEGER NOT NULL, maxRowid INTEGER NOT NULL, "
+      "maxRowidItem)",
       // The first change to an indexed item keeps the text the index holds
       // for it; later ones are ignored, as the entry already holds it. Items
       // above the indexed rowid are new and not in the index yet.
@@ -139,7 +140,16 @@ constexpr const char* kDropStatements =
 // The index holds every item up to `maxRowid` (new items get larger rowids,
 // or reuse a deleted one, which the delete trigger notes) and `itemCount`
 // items then. Only a renumbering of the rows (a VACUUM by an outside tool)
-// changes how many items lie at or below it without a noted delete.
+// moves indexed items without a noted delete, and it cannot leave the item
+// that held `maxRowid` in place unless every row below it kept its number
+// too; so its id, `maxRowidItem`, tells a renumbered store from a current
+// one in one lookup, whatever the library's size.
+constexpr const char* kItemAtMaxRowid =
+    "SELECT id FROM ScreenshotItem WHERE rowid = "
+    "(SELECT maxRowid FROM ScreenshotSearchState WHERE id = 1)";
+
+// Records the state after a full count (a rebuild, or a store whose state
+// predates `maxRowidItem`).
 Status RecordState(Database& db) {
   ASSIGN_OR_RETURN(auto rows,
                    db.query("SELECT count(*), coalesce(max(rowid), 0) FROM ScreenshotItem"));
@@ -147,7 +157,24 @@ Status RecordState(Database& db) {
                                       "(id, version, itemCount, maxRowid) VALUES (1, ?, ?, ?)",
                                       {SqlValue(kIndexVersion), rows[0][0], rows[0][1]}));
   (void)n;
-  return Status::Ok();
+  return db.exec("UPDATE ScreenshotSearchState SET maxRowidItem = (" +
+                 std::string(kItemAtMaxRowid) + ") WHERE id = 1");
+}
+
+// Moves the state past a catch-up without counting the table: the items
+// above the old `maxRowid` are new, and the noted items no longer present
+// were deleted. Runs before the noted rows are cleared.
+Status AdvanceState(Database& db) {
+  RETURN_IF_ERROR(db.exec(
+      "UPDATE ScreenshotSearchState SET itemCount = itemCount + "
+      "(SELECT count(*) FROM ScreenshotItem WHERE rowid > "
+      " (SELECT maxRowid FROM ScreenshotSearchState WHERE id = 1)) - "
+      "(SELECT count(*) FROM ScreenshotSearchPending p WHERE NOT EXISTS "
+      " (SELECT 1 FROM ScreenshotItem i WHERE i.rowid = p.itemRowid)) WHERE id = 1"));
+  RETURN_IF_ERROR(db.exec("UPDATE ScreenshotSearchState SET maxRowid = "
+                          "(SELECT coalesce(max(rowid), 0) FROM ScreenshotItem) WHERE id = 1"));
+  return db.exec("UPDATE ScreenshotSearchState SET maxRowidItem = (" +
+                 std::string(kItemAtMaxRowid) + ") WHERE id = 1");
 }
 
 Status CreateAndFill(Database& db) {
@@ -167,14 +194,27 @@ Result<bool> IsCurrent(Database& db) {
                             "'ScreenshotSearchPending', 'ScreenshotSearchState', "
                             "'ScreenshotSearch_afterUpdate', 'ScreenshotSearch_afterDelete')"));
   if (std::get<int64_t>(objects[0][0]) != 7) return false;
-  ASSIGN_OR_RETURN(auto state, db.query("SELECT version, itemCount, maxRowid FROM "
-                                        "ScreenshotSearchState WHERE id = 1"));
+  ASSIGN_OR_RETURN(auto columns,
+                   db.query("SELECT count(*) FROM pragma_table_info('ScreenshotSearchState') "
+                            "WHERE name = 'maxRowidItem'"));
+  if (std::get<int64_t>(columns[0][0]) == 0) {
+    RETURN_IF_ERROR(db.exec("ALTER TABLE ScreenshotSearchState ADD COLUMN maxRowidItem"));
+  }
+  ASSIGN_OR_RETURN(auto state, db.query("SELECT version, itemCount, maxRowid, maxRowidItem, (" +
+                                        std::string(kItemAtMaxRowid) +
+                                        ") FROM ScreenshotSearchState WHERE id = 1"));
   if (state.empty() || state[0][0] != SqlValue(kIndexVersion)) return false;
   ASSIGN_OR_RETURN(auto pending, db.query("SELECT EXISTS (SELECT 1 FROM ScreenshotSearchPending)"));
   if (std::get<int64_t>(pending[0][0]) != 0) return true;
+  if (state[0][2] == SqlValue(int64_t{0})) return true;  // nothing indexed to be renumbered
+  if (!std::holds_alternative<std::monostate>(state[0][3])) return state[0][3] == state[0][4];
+  // A state recorded before the item at `maxRowid` was: the full count, once.
   ASSIGN_OR_RETURN(auto below,
                    db.query("SELECT count(*) FROM ScreenshotItem WHERE rowid <= ?", {state[0][2]}));
-  return below[0][0] == state[0][1];
+  if (below[0][0] != state[0][1]) return false;
+  RETURN_IF_ERROR(db.exec("UPDATE ScreenshotSearchState SET maxRowidItem = (" +
+                          std::string(kItemAtMaxRowid) + ") WHERE id = 1"));
+  return true;
 }
 
 struct TokenSink {
@@ -292,8 +332,8 @@ Result<int64_t> SearchIndex::catchUp(Database& db) {
                      "(SELECT itemRowid FROM ScreenshotSearchPending) OR rowid > "
                      "(SELECT maxRowid FROM ScreenshotSearchState WHERE id = 1)"));
     }
+    RETURN_IF_ERROR(AdvanceState(db));
     ASSIGN_OR_RETURN(int64_t removed, db.execute("DELETE FROM ScreenshotSearchPending"));
-    RETURN_IF_ERROR(RecordState(db));
     return std::max(added, removed);
   };
   auto done = run();

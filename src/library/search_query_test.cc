@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "library/records.h"
 #include "library/search_index.h"
 #include "library/search_test_support.h"
@@ -107,6 +109,56 @@ TEST_F(SearchQueryTest, SeesWritesOfOtherConnectionsAndSurvivesVacuum) {
   context_ = open();  // a renumbered store is re-indexed on open
   EXPECT_EQ(find("elsewhere"), Texts{"elsewhere"});
   EXPECT_EQ(find("shell"), Texts{"shell"});
+}
+
+TEST_F(SearchQueryTest, OpeningKeepsACurrentIndexAndItsCountWithoutCountingItems) {
+  testing::TempDir dir;
+  auto open = [&] { return OpenStore(dir.file("Klipora.store")); };
+  auto count = [&] {
+    return SearchIndex::documentFrequencies(context_->database(), {})->documentCount;
+  };
+  // A marker a rebuild would put back: gone means the index was kept.
+  auto rebuilt = [&] {
+    auto rows = context_->database().query(
+        "SELECT count(*) FROM ScreenshotSearch_config WHERE k = 'automerge'");
+    return rows && std::get<int64_t>((*rows)[0][0]) == 1;
+  };
+  context_ = open();
+  for (int i = 0; i < 4; ++i) add("item " + std::to_string(i));
+  auto newest = add("newest");
+  ASSERT_TRUE(SearchIndex::catchUp(context_->database()).has_value());
+  EXPECT_EQ(count(), 5);
+  ASSERT_TRUE(
+      context_->database().exec("DELETE FROM ScreenshotSearch_config WHERE k = 'automerge'").ok());
+
+  // Deletes (the newest one too), an insert, and an old item written by SQL.
+  context_->remove(newest);
+  ASSERT_TRUE(context_->save().ok());
+  ASSERT_TRUE(
+      context_->database().exec("DELETE FROM ScreenshotItem WHERE ocrText = 'item 1'").ok());
+  add("later");
+  ASSERT_TRUE(SearchIndex::catchUp(context_->database()).has_value());
+  EXPECT_EQ(count(), 4);
+  context_.reset();
+  context_ = open();
+  EXPECT_FALSE(rebuilt());
+  EXPECT_EQ(count(), 4);
+  EXPECT_EQ(find("later"), Texts{"later"});
+  EXPECT_EQ(find("newest"), Texts{});
+
+  // A state written before it named the item at its highest row: checked by
+  // a count once, then kept.
+  ASSERT_TRUE(
+      context_->database().exec("UPDATE ScreenshotSearchState SET maxRowidItem = NULL").ok());
+  context_.reset();
+  context_ = open();
+  EXPECT_FALSE(rebuilt());
+  auto named = context_->database().query("SELECT maxRowidItem FROM ScreenshotSearchState");
+  ASSERT_TRUE(named.has_value());
+  EXPECT_FALSE(std::holds_alternative<std::monostate>((*named)[0][0]));
+  Texts items = find("item");
+  std::sort(items.begin(), items.end());
+  EXPECT_EQ(items, (Texts{"item 0", "item 2", "item 3"}));
 }
 
 TEST_F(SearchQueryTest, AnIndexWrittenByAnotherVersionIsRebuilt) {
