@@ -5,7 +5,7 @@
 // ratio of the largest library to the smallest.
 //
 // Usage: build/bench/scale [SIZE...] (default 100 100000). The command is
-// build/src/cli/klipora beside this program, or $KLIPORA_BIN. With
+// build/klipora, above this program, or $KLIPORA_BIN. With
 // KLIPORA_BENCH_KEEP set, the libraries are left in /tmp. Figures are
 // printed, never asserted.
 #include <fcntl.h>
@@ -116,7 +116,7 @@ std::string Binary(const char* argv0) {
   std::error_code ec;
   auto self = std::filesystem::read_symlink("/proc/self/exe", ec);
   if (ec) self = argv0;
-  return (self.parent_path().parent_path() / "src/cli/klipora").string();
+  return (self.parent_path().parent_path() / "klipora").string();
 }
 
 }  // namespace
