@@ -93,9 +93,6 @@ void AppCoordinator::start() {
       env_.fileSystem, env_.clock, env_.timers, env_.mainLoop, env_.background, root_);
   diskSpace_->start();
   startReconciliation();
-  diskSpace_ = std::make_unique<library::DiskSpaceMonitor>(
-      env_.fileSystem, env_.clock, env_.timers, env_.mainLoop, env_.background, root_);
-  diskSpace_->start();
   log::info("Boot", "AppCoordinator.start() end (root=%s)", root_.c_str());
 }
 

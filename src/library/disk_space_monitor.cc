@@ -42,8 +42,9 @@ void DiskSpaceMonitor::stop() {
 }
 
 void DiskSpaceMonitor::refresh() {
-  background_.post([this, alive = alive_] {
-    auto capacity = fs_.volumeCapacity(volumePath_);
+  // The reading may outlive this monitor: it takes only what outlives it.
+  background_.post([this, alive = alive_, &fs = fs_, path = volumePath_] {
+    auto capacity = fs.volumeCapacity(path);
     if (!capacity) return;
     mainLoop_.post([this, alive, c = *capacity] {
       if (*alive) publish(c.freeBytes, c.totalBytes);
