@@ -30,6 +30,7 @@
 #include <string>
 #include <vector>
 
+#include "bench_stats.h"
 #include "cjk_corpus.h"
 #include "library/database.h"
 #include "library/search_cjk.h"
@@ -40,18 +41,13 @@ using namespace klipora::library;
 
 namespace {
 
+using klipora::bench::Median;
+using klipora::bench::P95;
+
 double Seconds() {
   return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
 }
 
-double Median(std::vector<double> v) {
-  std::sort(v.begin(), v.end());
-  return v[v.size() / 2];
-}
-double P95(std::vector<double> v) {
-  std::sort(v.begin(), v.end());
-  return v[std::min(v.size() - 1, static_cast<size_t>(0.95 * static_cast<double>(v.size())))];
-}
 
 // The text the trigram table indexes: the folded runs, each closed by U+0001.
 std::string TrigramText(const std::string& text) {

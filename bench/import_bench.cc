@@ -23,9 +23,12 @@
 #include "library/settings_store.h"
 #include "platform/linux/linux_platform.h"
 #include "platform/sha256.h"
+#include "bench_stats.h"
 #include "screenshot_corpus.h"
 
 namespace {
+
+using klipora::bench::Median;
 
 using namespace klipora;
 using Stopwatch = std::chrono::steady_clock;
@@ -34,11 +37,6 @@ double Seconds(Stopwatch::time_point since) {
   return std::chrono::duration<double>(Stopwatch::now() - since).count();
 }
 
-double Median(std::vector<double> v) {
-  if (v.empty()) return 0;
-  std::sort(v.begin(), v.end());
-  return v[v.size() / 2];
-}
 
 std::string Shell(const std::string& command) {
   std::string out;

@@ -17,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include "bench_stats.h"
 #include "intelligence/foundation_model_classifier.h"
 #include "intelligence/foundation_model_prompts.h"
 #include "intelligence/hashed_ngram_embedder.h"
@@ -29,15 +30,13 @@
 
 namespace {
 
+using klipora::bench::Median;
+
 using namespace klipora;
 using Steady = std::chrono::steady_clock;
 
 double Micros(Steady::duration d) { return std::chrono::duration<double, std::micro>(d).count(); }
 
-double Median(std::vector<double> v) {
-  std::sort(v.begin(), v.end());
-  return v[v.size() / 2];
-}
 
 class InlineExecutor final : public Executor {
  public:

@@ -20,6 +20,7 @@
 #include "library/screenshot_item.h"
 #include "library/search_index.h"
 #include "library/search_query.h"
+#include "bench_stats.h"
 #include "library_corpus.h"
 #include "platform/linux/posix_file_system.h"
 
@@ -28,6 +29,9 @@ using namespace klipora::library;
 using klipora::bench::LibraryCorpus;
 
 namespace {
+
+using klipora::bench::Median;
+using klipora::bench::P95;
 
 constexpr int kBatch = 1000;
 const Date kNow = klipora::bench::kCorpusNow;
@@ -63,14 +67,6 @@ double Sum(const std::vector<double>& v) {
 }
 double Mean(const std::vector<double>& v) {
   return v.empty() ? 0 : Sum(v) / static_cast<double>(v.size());
-}
-double Median(std::vector<double> v) {
-  std::sort(v.begin(), v.end());
-  return v[v.size() / 2];
-}
-double P95(std::vector<double> v) {
-  std::sort(v.begin(), v.end());
-  return v[std::min(v.size() - 1, static_cast<size_t>(0.95 * static_cast<double>(v.size())))];
 }
 
 int64_t Count(Database& db, const std::string& sql, const std::vector<SqlValue>& args = {}) {
