@@ -19,7 +19,10 @@ AppCoordinator::AppCoordinator(AppEnvironment env, library::ModelContext* contex
     saver_ = std::make_unique<processing::ProcessingSaveCoalescer>(*context_, env_.timers);
 }
 
-AppCoordinator::~AppCoordinator() { stop(); }
+AppCoordinator::~AppCoordinator() {
+  stop();
+  background_.close();
+}
 
 LibraryRootResolution AppCoordinator::resolveLibraryRootAtLaunch() {
   std::optional<std::string> chosen;
@@ -90,7 +93,7 @@ void AppCoordinator::start() {
   if (!structureCreated_) handleLibraryVolumeMaybeUnmounted();
   if (retention_) retention_->start();
   diskSpace_ = std::make_unique<library::DiskSpaceMonitor>(
-      env_.fileSystem, env_.clock, env_.timers, env_.mainLoop, env_.background, root_);
+      env_.fileSystem, env_.clock, env_.timers, env_.mainLoop, background_, root_);
   diskSpace_->start();
   startReconciliation();
   log::info("Boot", "AppCoordinator.start() end (root=%s)", root_.c_str());
@@ -101,7 +104,7 @@ void AppCoordinator::createServices() {
   itemStore_ = std::make_unique<library::ScreenshotItemStore>(context_);
   claims_ = std::make_unique<ingestion::ImportChecksumClaims>(*itemStore_);
   pipeline_ = std::make_unique<ingestion::ImportPipeline>(
-      *storage_, *context_, *saver_, *claims_, env_.clock, env_.mainLoop, env_.background);
+      *storage_, *context_, *saver_, *claims_, env_.clock, env_.mainLoop, background_);
   if (env_.processing) pipeline_->setFreshWorker(env_.processing->freshRecognition);
   retention_ = std::make_unique<library::TrashRetentionService>(
       *context_, [this] { return storageIfReady(); }, env_.markupEdits, env_.clock, env_.timers);

@@ -30,6 +30,7 @@
 #include "library/screenshot_item_store.h"
 #include "library/storage_service.h"
 #include "library/trash_retention_service.h"
+#include "platform/owned_executor.h"
 #include "processing/processing_save_coalescer.h"
 
 namespace klipora::app {
@@ -151,6 +152,9 @@ class AppCoordinator {
   void startReconciliation();
 
   AppEnvironment env_;
+  // The coordinator's own background work (file copies, free-space readings):
+  // the destructor closes it before the services that work uses go away.
+  OwnedExecutor background_{env_.background};
   library::ModelContext* context_;
   AppServiceFactories factories_;
 

@@ -43,10 +43,10 @@ void DiskSpaceMonitor::stop() {
 
 void DiskSpaceMonitor::refresh() {
   // The reading may outlive this monitor: it takes only what outlives it.
-  background_.post([this, alive = alive_, &fs = fs_, path = volumePath_] {
+  background_.post([this, alive = alive_, &fs = fs_, &mainLoop = mainLoop_, path = volumePath_] {
     auto capacity = fs.volumeCapacity(path);
     if (!capacity) return;
-    mainLoop_.post([this, alive, c = *capacity] {
+    mainLoop.post([this, alive, c = *capacity] {
       if (*alive) publish(c.freeBytes, c.totalBytes);
     });
   });
