@@ -81,8 +81,8 @@ Result<std::unique_ptr<Database>> Database::open(const std::string& path, bool c
   RETURN_IF_ERROR(database->exec("SELECT count(*) FROM sqlite_master"));
   if (path != ":memory:") RETURN_IF_ERROR(database->exec("PRAGMA journal_mode=WAL"));
   RETURN_IF_ERROR(database->exec("PRAGMA synchronous=NORMAL"));
-  // The second full-text index reads and writes through it.
-  RETURN_IF_ERROR(registerCjkTokenizer(db));
+  // The search indexes read and write their text through these.
+  RETURN_IF_ERROR(registerCjkSearch(db));
   return database;
 }
 

@@ -173,6 +173,32 @@ int Tokenize(Fts5Tokenizer*, void* context, int flags, const char* text, int len
   return SQLITE_OK;
 }
 
+// --- SQL functions of the index views ------------------------------------
+
+std::string_view TextArgument(sqlite3_value* value) {
+  if (sqlite3_value_type(value) != SQLITE_TEXT) return {};
+  const unsigned char* text = sqlite3_value_text(value);
+  if (text == nullptr) return {};
+  return {reinterpret_cast<const char*>(text), static_cast<size_t>(sqlite3_value_bytes(value))};
+}
+
+void WordsFunction(sqlite3_context* context, int, sqlite3_value** argv) {
+  const std::string_view text = TextArgument(argv[0]);
+  if (!mayDifferForWordIndex(text)) {
+    sqlite3_result_value(context, argv[0]);
+    return;
+  }
+  const std::string words = wordIndexText(text);
+  sqlite3_result_text(context, words.data(), static_cast<int>(words.size()), SQLITE_TRANSIENT);
+}
+
+template <bool (*kTest)(std::string_view)>
+void AnyArgumentFunction(sqlite3_context* context, int argc, sqlite3_value** argv) {
+  bool any = false;
+  for (int i = 0; i < argc && !any; ++i) any = kTest(TextArgument(argv[i]));
+  sqlite3_result_int(context, any ? 1 : 0);
+}
+
 }  // namespace
 
 std::vector<CjkRun> cjkRuns(std::string_view text) {
@@ -199,30 +225,59 @@ std::vector<CjkRun> cjkRuns(std::string_view text) {
 
 bool hasCjkText(std::string_view text) {
   if (!MayHoldCjk(text)) return false;
+  bool enclosed = false;  // an enclosed or squared form, which may fold to one
   for (size_t i = 0; i < text.size();) {
     char32_t cp = 0;
     size_t n = decodeUtf8(text, i, &cp);
     if (n != 0 && BecomesCjkLetter(cp)) return true;
+    enclosed = enclosed || (n != 0 && (In(cp, 0x2E80, 0x2EFF) || In(cp, 0x3200, 0x33FF)));
     i += n == 0 ? 1 : n;
   }
-  return false;
+  return enclosed && !cjkRuns(text).empty();
 }
 
-std::string withoutCjkText(std::string_view text) {
+std::string wordIndexText(std::string_view text) {
   if (!MayHoldCjk(text)) return std::string(text);
   std::string out;
   out.reserve(text.size());
+  std::u32string span;  // consecutive candidates, folded together
+  bool mayFold = false;
+  auto flush = [&] {
+    for (char32_t c : mayFold ? Nfkc(span) : span) {
+      if (IsCjkLetter(c)) {
+        out.push_back(' ');
+      } else {
+        appendUtf8(c, out);
+      }
+    }
+    span.clear();
+    mayFold = false;
+  };
   for (size_t i = 0; i < text.size();) {
     char32_t cp = 0;
     size_t n = decodeUtf8(text, i, &cp);
-    if (n != 0 && BecomesCjkLetter(cp)) {
-      out.push_back(' ');
+    if (n != 0 && IsCandidate(cp)) {
+      span.push_back(cp);
+      mayFold = mayFold || MayFold(cp);
     } else {
+      flush();
       out.append(text.substr(i, n == 0 ? 1 : n));
     }
     i += n == 0 ? 1 : n;
   }
+  flush();
   return out;
+}
+
+bool mayDifferForWordIndex(std::string_view text) {
+  if (!MayHoldCjk(text)) return false;
+  for (size_t i = 0; i < text.size();) {
+    char32_t cp = 0;
+    size_t n = decodeUtf8(text, i, &cp);
+    if (n != 0 && IsCandidate(cp)) return true;
+    i += n == 0 ? 1 : n;
+  }
+  return false;
 }
 
 std::string joinCjkAcrossBlanks(std::string_view text) {
@@ -265,7 +320,7 @@ std::vector<std::string> cjkTerms(const std::u32string& run, bool forQuery) {
   return terms;
 }
 
-Status registerCjkTokenizer(sqlite3* db) {
+Status registerCjkSearch(sqlite3* db) {
   fts5_api* api = nullptr;
   sqlite3_stmt* stmt = nullptr;
   if (sqlite3_prepare_v2(db, "SELECT fts5(?1)", -1, &stmt, nullptr) != SQLITE_OK) {
@@ -278,6 +333,23 @@ Status registerCjkTokenizer(sqlite3* db) {
   static fts5_tokenizer tokenizer = {CreateTokenizer, DeleteTokenizer, Tokenize};
   if (api->xCreateTokenizer(api, kCjkTokenizer, nullptr, &tokenizer, nullptr) != SQLITE_OK) {
     return Status::Internal("cannot register the CJK tokenizer");
+  }
+  // Pure functions of their arguments: safe in views and for any caller.
+  constexpr int kFlags = SQLITE_UTF8 | SQLITE_DETERMINISTIC | SQLITE_INNOCUOUS;
+  const struct {
+    const char* name;
+    int arguments;
+    void (*function)(sqlite3_context*, int, sqlite3_value**);
+  } functions[] = {
+      {"klipora_words", 1, WordsFunction},
+      {"klipora_has_cjk", -1, AnyArgumentFunction<hasCjkText>},
+      {"klipora_may_fold", -1, AnyArgumentFunction<mayDifferForWordIndex>},
+  };
+  for (const auto& f : functions) {
+    if (sqlite3_create_function_v2(db, f.name, f.arguments, kFlags, nullptr, f.function, nullptr,
+                                   nullptr, nullptr) != SQLITE_OK) {
+      return Status::Internal(std::string("cannot register the SQL function ") + f.name);
+    }
   }
   return Status::Ok();
 }

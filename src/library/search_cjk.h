@@ -10,10 +10,13 @@
 // wraps sentences anywhere. Each run also yields its last character alone,
 // so that a one-character term is found wherever it stands. All other text
 // (Latin script, digits, punctuation) yields nothing here: the first index
-// holds it.
+// holds it, as wordIndexText() leaves it: width forms folded the same way,
+// and every CJK character a blank, so that "iPhone手机" and "ＡＢＣ" are the
+// words "iphone" and "abc" there.
 //
-// The FTS5 tokenizer "klipora_cjk" does this inside SQLite; it is registered
-// on every connection the library opens (Database::open).
+// The FTS5 tokenizer "klipora_cjk" does this inside SQLite; it and the SQL
+// functions the index reads its text through are registered on every
+// connection the library opens (Database::open).
 //
 // Pure functions; safe from any thread.
 #pragma once
@@ -45,9 +48,15 @@ std::vector<CjkRun> cjkRuns(std::string_view text);
 // True when `text` holds a character that cjkRuns() keeps.
 bool hasCjkText(std::string_view text);
 
-// `text` with every character that cjkRuns() keeps replaced by a blank: what
-// is left for the first index.
-std::string withoutCjkText(std::string_view text);
+// What the first index receives of `text`: the compatibility and width forms
+// of the CJK blocks folded with NFKC as cjkRuns() folds them (full-width
+// Latin and digits become ASCII), and every character that cjkRuns() keeps
+// replaced by a blank. Text without such characters comes back unchanged.
+std::string wordIndexText(std::string_view text);
+
+// False only when wordIndexText(text) is `text` itself, checked without
+// building it (a quick scan of the bytes for most text).
+bool mayDifferForWordIndex(std::string_view text);
 
 // `text` with each blank run between two CJK characters removed, so that a
 // query typed as "会 议" is read as the text was indexed.
@@ -58,7 +67,10 @@ std::string joinCjkAcrossBlanks(std::string_view text);
 // the run has only one.
 std::vector<std::string> cjkTerms(const std::u32string& run, bool forQuery);
 
-// Registers the "klipora_cjk" FTS5 tokenizer on a connection.
-Status registerCjkTokenizer(sqlite3* db);
+// Registers on a connection the "klipora_cjk" FTS5 tokenizer and the SQL
+// functions of the index views: klipora_words(text) is wordIndexText(),
+// klipora_has_cjk(text, ...) and klipora_may_fold(text, ...) are 1 when
+// hasCjkText() or mayDifferForWordIndex() holds for any of their arguments.
+Status registerCjkSearch(sqlite3* db);
 
 }  // namespace klipora::library

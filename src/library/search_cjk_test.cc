@@ -53,11 +53,18 @@ TEST(CjkTextTest, TermsQueryFormsAndTheTextLeftForTheFirstIndex) {
   EXPECT_EQ(joinCjkAcrossBlanks("会 议  室 invoice 发票 tag:work"), "会议室 invoice 发票 tag:work");
   EXPECT_EQ(joinCjkAcrossBlanks("ｶﾞｲ ﾄﾞ"), "ｶﾞｲﾄﾞ");
   EXPECT_EQ(joinCjkAcrossBlanks("plain words"), "plain words");
-  EXPECT_EQ(withoutCjkText("iPhone手机"), "iPhone  ");
-  EXPECT_EQ(withoutCjkText("ＰＤＦ"), "ＰＤＦ");
+  // The first index's text: CJK blanked, full-width Latin and squared units
+  // folded, anything else kept byte for byte.
+  EXPECT_EQ(wordIndexText("iPhone手机"), "iPhone  ");
+  EXPECT_EQ(wordIndexText("会议室meeting"), "   meeting");
+  EXPECT_EQ(wordIndexText("ＰＤＦ　１２３ ｶﾞｲﾄﾞ"), "PDF 123    ");
+  EXPECT_EQ(wordIndexText("5㎏ café \xff"), "5kg café \xff");
+  EXPECT_FALSE(mayDifferForWordIndex("café – naïve “x”"));
+  EXPECT_TRUE(mayDifferForWordIndex("Ｘ"));
   EXPECT_TRUE(hasCjkText("x가"));
   EXPECT_TRUE(hasCjkText("ｶ"));
-  EXPECT_FALSE(hasCjkText("café – ＰＤＦ"));
+  EXPECT_TRUE(hasCjkText("㍿"));  // a squared word folds to four characters
+  EXPECT_FALSE(hasCjkText("café – ＰＤＦ ㎏"));
 }
 
 class CjkSearchTest : public SearchStoreTest {
@@ -141,6 +148,85 @@ TEST_F(CjkSearchTest, BothIndexesAreRebuiltTogether) {
   ASSERT_TRUE(expressions.has_value());
   EXPECT_EQ(expressions->cjk, "\"发票\" AND \"会\" *");
   EXPECT_EQ(expressions->words, "\"x y\"");
+}
+
+TEST_F(CjkSearchTest, LatinGluedToCjkAndFullWidthLatinAreWordsOfTheFirstIndex) {
+  const std::string text = "ＡＢＣ１２３ 会议室meeting iPhone手机 Ｆｉｌｅ．ｐｄｆ";
+  add(text);
+  add("abacus meetings iphones");
+  EXPECT_EQ(find("abc"), Texts{text});
+  EXPECT_EQ(find("abc123"), Texts{text});
+  EXPECT_EQ(find("ＡＢＣ"), Texts{text});  // typed full-width
+  EXPECT_EQ(find("iphone手机"), Texts{text});
+  EXPECT_EQ(find("ｉＰｈｏｎｅ 会议"), Texts{text});
+  EXPECT_EQ(find("file pdf"), Texts{text});
+  EXPECT_EQ(find("meeting").size(), 2u);
+  EXPECT_EQ(find("meeting 室"), Texts{text});
+}
+
+// A store whose index predates the second table, or the folding of what the
+// first one receives: its first index holds the text as it stands. It is
+// brought up to date in place, changes noted meanwhile and items added
+// meanwhile included, and both tables then agree with their views.
+TEST_F(CjkSearchTest, AnOlderIndexIsBroughtUpToDateInPlace) {
+  for (bool withCjkTable : {false, true}) {
+    SetUp();
+    Database& db = context_->database();
+    add("ＡＢＣ１２３ report");
+    add("iPhone手机");
+    add("会议室meeting");
+    add("plain latin");
+    ASSERT_TRUE(SearchIndex::catchUp(db).has_value());
+    // The index as those versions kept it: one view of the text as it stands,
+    // the first table filled from it, the second over all items (or none).
+    ASSERT_TRUE(db.exec("DROP TABLE ScreenshotSearchCJK; DROP VIEW ScreenshotSearchCJKSource; "
+                        "DROP VIEW ScreenshotSearchSource; "
+                        "CREATE VIEW ScreenshotSearchSource AS SELECT * FROM ScreenshotSearchText; "
+                        "INSERT INTO ScreenshotSearch(ScreenshotSearch) VALUES('rebuild'); "
+                        "UPDATE ScreenshotSearchState SET version = 4; "
+                        "DELETE FROM ScreenshotSearch_config WHERE k = 'automerge'")
+                    .ok());
+    if (withCjkTable) {
+      ASSERT_TRUE(db.exec("CREATE VIRTUAL TABLE ScreenshotSearchCJK USING fts5(title, filename, "
+                          "body, details, tags, keywords, category, app, "
+                          "content='ScreenshotSearchSource', content_rowid='rowid', "
+                          "tokenize='klipora_cjk'); "
+                          "INSERT INTO ScreenshotSearchCJK(ScreenshotSearchCJK) VALUES('rebuild')")
+                      .ok());
+    }
+    ASSERT_TRUE(db.exec("UPDATE ScreenshotItem SET ocrText = 'iPad平板' WHERE ocrText = "
+                        "'iPhone手机'; UPDATE ScreenshotItem SET ocrText = '新しい ｍｅｍｏ' "
+                        "WHERE ocrText = 'plain latin'")
+                    .ok());
+    add("ＸＹＺ文字");
+
+    ASSERT_TRUE(migrateToCurrentSchema(db).ok());
+    auto kept = db.query("SELECT count(*) FROM ScreenshotSearch_config WHERE k = 'automerge'");
+    ASSERT_TRUE(kept.has_value());
+    EXPECT_EQ(std::get<int64_t>((*kept)[0][0]), 0) << "brought up to date, not rebuilt";
+    ASSERT_TRUE(SearchIndex::catchUp(db).has_value());
+    for (const char* table : {"ScreenshotSearch", "ScreenshotSearchCJK"}) {
+      Status checked = db.exec(std::string("INSERT INTO ") + table + "(" + table +
+                               ") VALUES('integrity-check')");
+      EXPECT_TRUE(checked.ok()) << table << ": " << checked.message();
+    }
+    EXPECT_EQ(find("abc"), Texts{"ＡＢＣ１２３ report"});
+    EXPECT_EQ(find("report"), Texts{"ＡＢＣ１２３ report"});
+    EXPECT_EQ(find("meeting"), Texts{"会议室meeting"});
+    EXPECT_EQ(find("议室"), Texts{"会议室meeting"});
+    EXPECT_EQ(find("ipad"), Texts{"iPad平板"});
+    EXPECT_EQ(find("平板"), Texts{"iPad平板"});
+    EXPECT_EQ(find("iphone"), Texts{});
+    EXPECT_EQ(find("手机"), Texts{});
+    EXPECT_EQ(find("memo"), Texts{"新しい ｍｅｍｏ"});
+    EXPECT_EQ(find("latin"), Texts{});
+    EXPECT_EQ(find("xyz"), Texts{"ＸＹＺ文字"});
+    EXPECT_EQ(find("文字"), Texts{"ＸＹＺ文字"});
+    // Only items with CJK text are in the second table.
+    auto rows = db.query("SELECT count(*) FROM ScreenshotSearchCJK_docsize");
+    ASSERT_TRUE(rows.has_value());
+    EXPECT_EQ(std::get<int64_t>((*rows)[0][0]), 4);
+  }
 }
 
 }  // namespace

@@ -15,7 +15,13 @@ namespace {
 
 // Bump when any definition below changes: stores built by another version are
 // rebuilt, since deleting an entry needs exactly the text that was indexed.
-constexpr int64_t kIndexVersion = 4;
+constexpr int64_t kIndexVersion = 5;
+
+// Earlier versions whose first index holds the item text as it stands (width
+// forms unfolded, CJK text in it) and whose notes and triggers are today's:
+// ensure() brings them up to date in place, touching only the items whose
+// text holds characters of the CJK blocks (Upgrade below).
+constexpr int64_t kUpgradableVersions[] = {3, 4};
 
 struct IndexedColumn {
   const char* name;
@@ -57,9 +63,14 @@ std::string Expressions(const std::string& prefix, bool withNames) {
   return out;
 }
 
-std::string Names() {
+// The column names, each written through `function` when one is given.
+std::string Names(const std::string& function = "") {
   std::string out;
-  for (const auto& c : kColumns) out += std::string(out.empty() ? "" : ", ") + c.name;
+  for (const auto& c : kColumns) {
+    out += out.empty() ? "" : ", ";
+    out += function.empty() ? std::string(c.name)
+                            : function + "(" + c.name + ") AS " + c.name;
+  }
   return out;
 }
 
@@ -69,12 +80,34 @@ std::string NoteOld(const std::string& names) {
          " WHERE old.rowid <= (SELECT maxRowid FROM ScreenshotSearchState WHERE id = 1);";
 }
 
-// One FTS5 table over the item text of the source view, with the rank and
-// merge settings both indexes share.
-std::vector<std::string> IndexStatements(const std::string& table, const std::string& options) {
+// The views the indexes read item text through: the text as it stands
+// ("ScreenshotSearchText"), what the first index receives of it (width forms
+// folded, CJK characters blanked) and the items whose text holds CJK, the
+// only ones the second index takes. The functions are registered on every
+// connection (search_cjk.h); the triggers use none of them, so any writer
+// (the sqlite3 shell included) can still change items.
+constexpr const char* kTextView = "ScreenshotSearchText";
+constexpr const char* kWordsView = "ScreenshotSearchSource";
+constexpr const char* kCjkView = "ScreenshotSearchCJKSource";
+
+std::vector<std::string> ViewStatements() {
   return {
-      "CREATE VIRTUAL TABLE " + table + " USING fts5(" + Names() +
-          ", content='ScreenshotSearchSource', content_rowid='rowid', " + options + ")",
+      std::string("CREATE VIEW ") + kTextView + " AS SELECT rowid AS rowid, " +
+          Expressions("", true) + " FROM ScreenshotItem",
+      std::string("CREATE VIEW ") + kWordsView + " AS SELECT rowid, " + Names("klipora_words") +
+          " FROM " + kTextView,
+      std::string("CREATE VIEW ") + kCjkView + " AS SELECT rowid, " + Names() + " FROM " +
+          kTextView + " WHERE klipora_has_cjk(" + Names() + ")",
+  };
+}
+
+// One FTS5 table over the item text of a source view, with the rank and
+// merge settings both indexes share.
+std::vector<std::string> IndexStatements(const std::string& table, const std::string& view,
+                                         const std::string& options) {
+  return {
+      "CREATE VIRTUAL TABLE " + table + " USING fts5(" + Names() + ", content='" + view +
+          "', content_rowid='rowid', " + options + ")",
       "INSERT INTO " + table + "(" + table + ", rank) VALUES('rank', '" + std::string(kRank) +
           "')",
       // With the defaults (a segment per 1 MB of pending terms, a merge
@@ -88,17 +121,18 @@ std::vector<std::string> IndexStatements(const std::string& table, const std::st
   };
 }
 
+std::vector<std::string> CjkIndexStatements() {
+  return IndexStatements(SearchIndex::kCjkTable, kCjkView,
+                         std::string("tokenize='") + kCjkTokenizer + "'");
+}
+
 std::vector<std::string> CreateStatements() {
   const std::string names = Names();
-  std::vector<std::string> out = {
-      "CREATE VIEW ScreenshotSearchSource AS SELECT rowid AS rowid, " + Expressions("", true) +
-          " FROM ScreenshotItem",
-  };
-  for (auto statements : {IndexStatements(SearchIndex::kTable,
+  std::vector<std::string> out = ViewStatements();
+  for (auto statements : {IndexStatements(SearchIndex::kTable, kWordsView,
                                           "tokenize='unicode61 remove_diacritics 2', "
                                           "prefix='2 3'"),
-                          IndexStatements(SearchIndex::kCjkTable,
-                                          std::string("tokenize='") + kCjkTokenizer + "'")}) {
+                          CjkIndexStatements()}) {
     out.insert(out.end(), statements.begin(), statements.end());
   }
   std::vector<std::string> rest = {
@@ -135,7 +169,9 @@ constexpr const char* kDropStatements =
     "DROP TABLE IF EXISTS ScreenshotSearchCJK;"
     "DROP TABLE IF EXISTS ScreenshotSearchPending;"
     "DROP TABLE IF EXISTS ScreenshotSearchState;"
-    "DROP VIEW IF EXISTS ScreenshotSearchSource;";
+    "DROP VIEW IF EXISTS ScreenshotSearchSource;"
+    "DROP VIEW IF EXISTS ScreenshotSearchCJKSource;"
+    "DROP VIEW IF EXISTS ScreenshotSearchText;";
 
 // The index holds every item up to `maxRowid` (new items get larger rowids,
 // or reuse a deleted one, which the delete trigger notes) and `itemCount`
@@ -187,13 +223,20 @@ Status CreateAndFill(Database& db) {
   return RecordState(db);
 }
 
-Result<bool> IsCurrent(Database& db) {
+// What ensure() finds in a store.
+enum class Stored { current, upgradable, stale };
+
+Result<Stored> Inspect(Database& db) {
+  // The objects every version since the notes and triggers shares, and those
+  // this one added.
   ASSIGN_OR_RETURN(auto objects,
-                   db.query("SELECT count(*) FROM sqlite_master WHERE name IN ("
-                            "'ScreenshotSearch', 'ScreenshotSearchCJK', 'ScreenshotSearchSource', "
+                   db.query("SELECT sum(name IN ('ScreenshotSearch', 'ScreenshotSearchSource', "
                             "'ScreenshotSearchPending', 'ScreenshotSearchState', "
-                            "'ScreenshotSearch_afterUpdate', 'ScreenshotSearch_afterDelete')"));
-  if (std::get<int64_t>(objects[0][0]) != 7) return false;
+                            "'ScreenshotSearch_afterUpdate', 'ScreenshotSearch_afterDelete')), "
+                            "sum(name IN ('ScreenshotSearchCJK', 'ScreenshotSearchText', "
+                            "'ScreenshotSearchCJKSource')) FROM sqlite_master"));
+  if (objects[0][0] != SqlValue(int64_t{6})) return Stored::stale;
+  const bool complete = objects[0][1] == SqlValue(int64_t{3});
   ASSIGN_OR_RETURN(auto columns,
                    db.query("SELECT count(*) FROM pragma_table_info('ScreenshotSearchState') "
                             "WHERE name = 'maxRowidItem'"));
@@ -203,18 +246,78 @@ Result<bool> IsCurrent(Database& db) {
   ASSIGN_OR_RETURN(auto state, db.query("SELECT version, itemCount, maxRowid, maxRowidItem, (" +
                                         std::string(kItemAtMaxRowid) +
                                         ") FROM ScreenshotSearchState WHERE id = 1"));
-  if (state.empty() || state[0][0] != SqlValue(kIndexVersion)) return false;
+  if (state.empty()) return Stored::stale;
+  Stored found = Stored::stale;
+  if (state[0][0] == SqlValue(kIndexVersion) && complete) found = Stored::current;
+  for (int64_t version : kUpgradableVersions) {
+    if (state[0][0] == SqlValue(version)) found = Stored::upgradable;
+  }
+  if (found == Stored::stale) return found;
   ASSIGN_OR_RETURN(auto pending, db.query("SELECT EXISTS (SELECT 1 FROM ScreenshotSearchPending)"));
-  if (std::get<int64_t>(pending[0][0]) != 0) return true;
-  if (state[0][2] == SqlValue(int64_t{0})) return true;  // nothing indexed to be renumbered
-  if (!std::holds_alternative<std::monostate>(state[0][3])) return state[0][3] == state[0][4];
+  if (std::get<int64_t>(pending[0][0]) != 0) return found;
+  if (state[0][2] == SqlValue(int64_t{0})) return found;  // nothing indexed to be renumbered
+  if (!std::holds_alternative<std::monostate>(state[0][3])) {
+    return state[0][3] == state[0][4] ? found : Stored::stale;
+  }
   // A state recorded before the item at `maxRowid` was: the full count, once.
   ASSIGN_OR_RETURN(auto below,
                    db.query("SELECT count(*) FROM ScreenshotItem WHERE rowid <= ?", {state[0][2]}));
-  if (below[0][0] != state[0][1]) return false;
+  if (below[0][0] != state[0][1]) return Stored::stale;
   RETURN_IF_ERROR(db.exec("UPDATE ScreenshotSearchState SET maxRowidItem = (" +
                           std::string(kItemAtMaxRowid) + ") WHERE id = 1"));
-  return true;
+  return found;
+}
+
+// Brings an index of an upgradable version up to this one in place. Its
+// first index holds the text as it stood; only where that text holds
+// characters of the CJK blocks does it differ from what the index receives
+// now, so only those items are taken out with their old text and put back
+// folded, and only they can hold text for the second index, which is made
+// afresh from them. The text an item was indexed with is its noted text while
+// a change is pending, else its current text; items above the indexed rowid
+// are left to the next catch-up. One pass over the items picks the few; the
+// index's writes are bounded by its own flushes, whatever the library's size.
+Status Upgrade(Database& db) {
+  const std::string names = Names();
+  RETURN_IF_ERROR(db.exec(
+      "DROP TABLE IF EXISTS ScreenshotSearchCJK;"
+      "DROP VIEW IF EXISTS ScreenshotSearchSource;"
+      "DROP VIEW IF EXISTS ScreenshotSearchCJKSource;"
+      "DROP VIEW IF EXISTS ScreenshotSearchText;"
+      "DROP TABLE IF EXISTS temp.ScreenshotSearchRefold;"));
+  for (const auto& sql : ViewStatements()) RETURN_IF_ERROR(db.exec(sql));
+  for (const auto& sql : CjkIndexStatements()) RETURN_IF_ERROR(db.exec(sql));
+  RETURN_IF_ERROR(db.exec(
+      "CREATE TEMP TABLE ScreenshotSearchRefold (itemRowid INTEGER PRIMARY KEY, noted INTEGER)"));
+  RETURN_IF_ERROR(db.exec("INSERT INTO temp.ScreenshotSearchRefold SELECT itemRowid, 1 FROM "
+                          "ScreenshotSearchPending WHERE indexed <> 0 AND klipora_may_fold(" +
+                          names + ")"));
+  RETURN_IF_ERROR(db.exec(std::string("INSERT INTO temp.ScreenshotSearchRefold SELECT rowid, 0 "
+                                      "FROM ") +
+                          kTextView +
+                          " WHERE rowid <= (SELECT maxRowid FROM ScreenshotSearchState WHERE id = "
+                          "1) AND rowid NOT IN (SELECT itemRowid FROM ScreenshotSearchPending) "
+                          "AND klipora_may_fold(" + names + ")"));
+  const std::string indexedText =
+      "WITH indexedText AS (SELECT itemRowid AS rowid, " + names +
+      " FROM ScreenshotSearchPending WHERE itemRowid IN (SELECT itemRowid FROM "
+      "temp.ScreenshotSearchRefold WHERE noted) UNION ALL SELECT rowid, " + names + " FROM " +
+      kTextView + " WHERE rowid IN (SELECT itemRowid FROM temp.ScreenshotSearchRefold WHERE NOT "
+      "noted)) ";
+  const std::string words = SearchIndex::kTable;
+  const std::string cjk = SearchIndex::kCjkTable;
+  RETURN_IF_ERROR(db.exec(indexedText + "INSERT INTO " + words + "(" + words + ", rowid, " +
+                          names + ") SELECT 'delete', rowid, " + names + " FROM indexedText"));
+  RETURN_IF_ERROR(db.exec(indexedText + "INSERT INTO " + words + "(rowid, " + names +
+                          ") SELECT rowid, " + Names("klipora_words") + " FROM indexedText"));
+  RETURN_IF_ERROR(db.exec(indexedText + "INSERT INTO " + cjk + "(rowid, " + names +
+                          ") SELECT rowid, " + names + " FROM indexedText WHERE klipora_has_cjk(" +
+                          names + ")"));
+  RETURN_IF_ERROR(db.exec("DROP TABLE temp.ScreenshotSearchRefold"));
+  ASSIGN_OR_RETURN(auto n, db.execute("UPDATE ScreenshotSearchState SET version = ? WHERE id = 1",
+                                      {SqlValue(kIndexVersion)}));
+  (void)n;
+  return Status::Ok();
 }
 
 struct TokenSink {
@@ -292,8 +395,12 @@ class QueryTokenizer {
 }  // namespace
 
 Status SearchIndex::ensure(Database& db) {
-  ASSIGN_OR_RETURN(bool current, IsCurrent(db));
-  if (current) return Status::Ok();
+  ASSIGN_OR_RETURN(Stored stored, Inspect(db));
+  if (stored == Stored::current) return Status::Ok();
+  if (stored == Stored::upgradable) {
+    log::info("Library", "Bringing the search index up to date");
+    return Upgrade(db);
+  }
   log::info("Library", "Building the search index");
   return CreateAndFill(db);
 }
@@ -318,20 +425,29 @@ Result<int64_t> SearchIndex::catchUp(Database& db) {
   const std::string names = Names();
   RETURN_IF_ERROR(db.exec("BEGIN IMMEDIATE"));
   auto run = [&]() -> Result<int64_t> {
-    int64_t added = 0;
     // Both indexes take the same rows from the same notes, in one
-    // transaction: they never disagree on what they cover.
-    for (const std::string table : {SearchIndex::kTable, SearchIndex::kCjkTable}) {
-      RETURN_IF_ERROR(db.exec("INSERT INTO " + table + "(" + table + ", rowid, " + names +
-                              ") SELECT 'delete', itemRowid, " + names +
-                              " FROM ScreenshotSearchPending WHERE indexed <> 0"));
-      ASSIGN_OR_RETURN(
-          added,
-          db.execute("INSERT INTO " + table + "(rowid, " + names + ") SELECT rowid, " + names +
-                     " FROM ScreenshotSearchSource WHERE rowid IN "
-                     "(SELECT itemRowid FROM ScreenshotSearchPending) OR rowid > "
-                     "(SELECT maxRowid FROM ScreenshotSearchState WHERE id = 1)"));
-    }
+    // transaction: they never disagree on what they cover. Each takes the
+    // text through its own view, and its old text as that view gives it; the
+    // second one only from items whose text holds CJK.
+    const std::string words = SearchIndex::kTable;
+    const std::string cjk = SearchIndex::kCjkTable;
+    const std::string rows =
+        " WHERE rowid IN (SELECT itemRowid FROM ScreenshotSearchPending) OR rowid > "
+        "(SELECT maxRowid FROM ScreenshotSearchState WHERE id = 1)";
+    RETURN_IF_ERROR(db.exec("INSERT INTO " + words + "(" + words + ", rowid, " + names +
+                            ") SELECT 'delete', itemRowid, " + Names("klipora_words") +
+                            " FROM ScreenshotSearchPending WHERE indexed <> 0"));
+    ASSIGN_OR_RETURN(int64_t added,
+                     db.execute("INSERT INTO " + words + "(rowid, " + names + ") SELECT rowid, " +
+                                names + " FROM " + kWordsView + rows));
+    RETURN_IF_ERROR(db.exec("INSERT INTO " + cjk + "(" + cjk + ", rowid, " + names +
+                            ") SELECT 'delete', itemRowid, " + names +
+                            " FROM ScreenshotSearchPending WHERE indexed <> 0 AND "
+                            "klipora_has_cjk(" + names + ")"));
+    ASSIGN_OR_RETURN(int64_t cjkAdded,
+                     db.execute("INSERT INTO " + cjk + "(rowid, " + names + ") SELECT rowid, " +
+                                names + " FROM " + kCjkView + rows));
+    (void)cjkAdded;
     RETURN_IF_ERROR(AdvanceState(db));
     ASSIGN_OR_RETURN(int64_t removed, db.execute("DELETE FROM ScreenshotSearchPending"));
     return std::max(added, removed);
@@ -347,7 +463,7 @@ Result<int64_t> SearchIndex::catchUp(Database& db) {
 
 Result<std::vector<std::string>> SearchIndex::tokens(Database& db, std::string_view text) {
   ASSIGN_OR_RETURN(auto tokenizer, QueryTokenizer::open(db));
-  return tokenizer->tokens(text);
+  return tokenizer->tokens(wordIndexText(text));
 }
 
 Result<SearchIndex::DocumentFrequencies> SearchIndex::documentFrequencies(
@@ -404,7 +520,7 @@ Result<SearchIndex::TextMatch> SearchIndex::matchExpressions(Database& db,
                             (run.characters.size() == 1 ? " *" : ""));
       }
     }
-    ASSIGN_OR_RETURN(auto found, tokenizer->tokens(cjk ? withoutCjkText(word) : std::string(word)));
+    ASSIGN_OR_RETURN(auto found, tokenizer->tokens(wordIndexText(word)));
     if (found.empty() || terms == kMaxTerms) continue;
     ++terms;
     append(out.words, Phrase(found) + (CharacterCount(found.back()) >= 2 ? " *" : ""));

@@ -6,7 +6,10 @@
 // FTS5 table over the same fields ("ScreenshotSearchCJK") holds only their
 // Chinese, Japanese and Korean text, as bigrams (search_cjk.h): those scripts
 // put no blanks between words, so a word inside a sentence is found there.
-// Only query terms in those scripts read it.
+// It holds only the items whose text has any, and only query terms in those
+// scripts read it. The first table receives the text with that CJK text
+// blanked out and full-width forms folded, so "iPhone手机", "会议室meeting"
+// and "ＡＢＣ" hold the words "iphone", "meeting" and "abc".
 //
 // How it stays in step, for every write path (this process, another
 // process, a script or the sqlite3 shell): the index covers every item up to
@@ -21,8 +24,9 @@
 // change. Inserts carry no trigger at all: an AFTER INSERT trigger alone
 // made a batch save of wide rows a third slower. Trash and archive marks are
 // not indexed, so moving an item in or out of the trash never touches the
-// index. The index reads item text through the view
-// "ScreenshotSearchSource".
+// index. The indexes read item text through views ("ScreenshotSearchText" as
+// it stands; "ScreenshotSearchSource" and "ScreenshotSearchCJKSource" as each
+// index receives it).
 //
 // Thread rules: functions take the caller's connection and use it on the
 // caller's thread.
@@ -42,8 +46,10 @@ class SearchIndex {
  public:
   // Creates the index and its triggers, or rebuilds them when this build's
   // definition differs from the stored one or the item rows were renumbered
-  // (a VACUUM by an outside tool). Runs inside the caller's transaction (part
-  // of schema setup).
+  // (a VACUUM by an outside tool). An index of the version before the second
+  // table, or before the first one received folded text, is brought up to
+  // date in place instead, re-indexing only the items with CJK-block text.
+  // Runs inside the caller's transaction (part of schema setup).
   static Status ensure(Database& db);
 
   // Indexes every item noted since the last catch-up, in one transaction.
@@ -53,7 +59,7 @@ class SearchIndex {
   // Drops and re-creates the index from the items' text.
   static Status rebuild(Database& db);
 
-  // The tokens `text` yields under the index's tokenizer (folded, lower-case).
+  // The tokens `text` yields for the first index (folded, lower-case).
   static Result<std::vector<std::string>> tokens(Database& db, std::string_view text);
 
   // The FTS5 MATCH expressions for what the user typed, one per index. Blanks

@@ -166,11 +166,11 @@ TEST_F(SearchQueryTest, AnIndexWrittenByAnotherVersionIsRebuilt) {
   auto open = [&] { return OpenStore(dir.file("Klipora.store")); };
   context_ = open();
   add("kept across the rebuild");
-  // An index as an earlier build left it: other merge settings, another
-  // version number.
+  // An index as an early build left it: other merge settings, a version
+  // number too old to bring up to date in place.
   ASSERT_TRUE(context_->database()
                   .exec("DELETE FROM ScreenshotSearch_config WHERE k IN ('hashsize', 'automerge'); "
-                        "UPDATE ScreenshotSearchState SET version = version - 1")
+                        "UPDATE ScreenshotSearchState SET version = 2")
                   .ok());
   context_.reset();
   context_ = open();
