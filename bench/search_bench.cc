@@ -4,12 +4,14 @@
 // same text queries done with LIKE '%word%' as a baseline, and what keeping
 // the search index in step costs per batch save of 1,000 items: the save
 // itself and the full-text catch-up after it, against a save into a store
-// without the index.
+// without the index. Then the same for a library of as many items whose text
+// is Chinese, Japanese or Korean (terms of 2, 3 and 5 characters), the sizes
+// of both indexes in each, and what opening each library costs when its
+// index predates the CJK index (search_cjk_bench.h).
 //
 // Usage: build/bench/search [ITEMS] (default 100000); with KLIPORA_BENCH_KEEP
 // set, the stores are left in /tmp. Figures are printed, never asserted.
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <random>
@@ -22,6 +24,8 @@
 #include "library/search_query.h"
 #include "bench_stats.h"
 #include "library_corpus.h"
+#include "search_bench_support.h"
+#include "search_cjk_bench.h"
 #include "platform/linux/posix_file_system.h"
 
 using namespace klipora;
@@ -30,43 +34,20 @@ using klipora::bench::LibraryCorpus;
 
 namespace {
 
+using klipora::bench::Mean;
 using klipora::bench::Median;
+using klipora::bench::OpenStore;
 using klipora::bench::P95;
+using klipora::bench::Seconds;
+using klipora::bench::Sum;
 
 constexpr int kBatch = 1000;
 const Date kNow = klipora::bench::kCorpusNow;
 
-double Seconds() {
-  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
-}
-
-std::unique_ptr<ModelContext> OpenStore(const std::string& path) {
-  auto db = Database::open(path);
-  if (!db || !migrateToCurrentSchema(**db).ok()) {
-    std::fprintf(stderr, "cannot open %s\n", path.c_str());
-    std::exit(1);
-  }
-  return std::make_unique<ModelContext>(std::move(*db));
-}
-
 // Saves one batch of new items; returns the seconds the save took.
 double SaveBatch(ModelContext& context, LibraryCorpus& corpus, int first) {
   for (int i = 0; i < kBatch; ++i) context.insert(corpus.item(first + i));
-  double start = Seconds();
-  if (Status s = context.save(); !s.ok()) {
-    std::fprintf(stderr, "save failed: %s\n", s.message().c_str());
-    std::exit(1);
-  }
-  return Seconds() - start;
-}
-
-double Sum(const std::vector<double>& v) {
-  double sum = 0;
-  for (double x : v) sum += x;
-  return sum;
-}
-double Mean(const std::vector<double>& v) {
-  return v.empty() ? 0 : Sum(v) / static_cast<double>(v.size());
+  return klipora::bench::TimedSave(context);
 }
 
 int64_t Count(Database& db, const std::string& sql, const std::vector<SqlValue>& args = {}) {
@@ -211,6 +192,17 @@ int main(int argc, char** argv) {
                 Median(like) / Median(times));
   }
   std::printf("\n(r: ranked by relevance; otherwise in the sort order)\n");
+
+  // 3. The same searches over Chinese, Japanese and Korean text, and what
+  // the second index costs.
+  auto cjk = klipora::bench::MeasureCjkLibrary(items, dir, indexing * 1000);
+  std::printf("\nIndex sizes:\n");
+  klipora::bench::PrintIndexSizes(*context, "Latin library");
+  klipora::bench::PrintIndexSizes(*cjk, "CJK library");
+  std::printf("\nOpening a library whose index predates the CJK index:\n");
+  klipora::bench::MeasureUpgrade(*context, "Latin library");
+  klipora::bench::MeasureUpgrade(*cjk, "CJK library");
+  cjk.reset();
   context.reset();
   if (std::getenv("KLIPORA_BENCH_KEEP")) return 0;
   std::string cleanup = "rm -rf '" + dir + "'";
