@@ -478,15 +478,25 @@ Result<SearchIndex::DocumentFrequencies> SearchIndex::documentFrequencies(
   RETURN_IF_ERROR(
       db.exec("CREATE VIRTUAL TABLE IF NOT EXISTS temp.ScreenshotSearchTerms USING "
               "fts5vocab(main, 'ScreenshotSearch', 'row')"));
+  // A term is looked up as the index holds it (full-width forms folded); one
+  // the index cannot hold as a single token (CJK text) is left out.
+  std::map<std::string, std::vector<const std::string*>> asked;
+  for (const auto& term : terms) {
+    std::string folded = wordIndexText(term);
+    if (folded.find(' ') == std::string::npos) asked[std::move(folded)].push_back(&term);
+  }
+  if (asked.empty()) return out;
   std::string sql = "SELECT term, doc FROM temp.ScreenshotSearchTerms WHERE term IN (";
   std::vector<SqlValue> args;
-  for (const auto& term : terms) {
+  for (const auto& [folded, originals] : asked) {
     sql += args.empty() ? "?" : ", ?";
-    args.emplace_back(term);
+    args.emplace_back(folded);
   }
   ASSIGN_OR_RETURN(auto rows, db.query(sql + ")", args));
   for (const auto& row : rows) {
-    out.perTerm[std::get<std::string>(row[0])] = std::get<int64_t>(row[1]);
+    for (const std::string* term : asked[std::get<std::string>(row[0])]) {
+      out.perTerm[*term] = std::get<int64_t>(row[1]);
+    }
   }
   return out;
 }

@@ -81,8 +81,9 @@ class SearchIndex {
   // the name has no token (then only the exact check applies).
   static Result<std::string> tagExpression(Database& db, std::string_view tagName);
 
-  // How many indexed items hold each of `terms` (index tokens, as tokens()
-  // yields them; a term no item holds is left out), and how many items the
+  // How many indexed items hold each of `terms` (lower-case words, looked up
+  // with their full-width forms folded; a term no item holds, or in CJK
+  // script, is left out), and how many items the
   // index covers: the document frequencies that make a word distinctive.
   // One lookup per term in the index's term list, whatever the library's size.
   struct DocumentFrequencies {

@@ -185,13 +185,15 @@ TEST_F(SearchQueryTest, DocumentFrequenciesCountItemsNotOccurrences) {
   add("invoice invoice invoice march");
   add("Invoice april");
   add("lunch");
+  add("ｉｎｖｏｉｃｅ 发票");
   ASSERT_TRUE(SearchIndex::catchUp(context_->database()).has_value());
-  auto found = SearchIndex::documentFrequencies(context_->database(),
-                                                {"invoice", "march", "absent", "o'brien"});
+  auto found = SearchIndex::documentFrequencies(
+      context_->database(), {"invoice", "march", "absent", "o'brien", "ｍａｒｃｈ", "发票"});
   ASSERT_TRUE(found.has_value()) << found.error().message();
-  EXPECT_EQ(found->documentCount, 3);
-  EXPECT_EQ(found->perTerm, (std::map<std::string, int64_t>{{"invoice", 2}, {"march", 1}}));
-  EXPECT_EQ(SearchIndex::documentFrequencies(context_->database(), {})->documentCount, 3);
+  EXPECT_EQ(found->documentCount, 4);
+  EXPECT_EQ(found->perTerm, (std::map<std::string, int64_t>{
+                                {"invoice", 3}, {"march", 1}, {"ｍａｒｃｈ", 1}}));
+  EXPECT_EQ(SearchIndex::documentFrequencies(context_->database(), {})->documentCount, 4);
 }
 
 TEST_F(SearchQueryTest, TokensFilter) {
