@@ -50,12 +50,13 @@ inline double TimedSave(library::ModelContext& context) {
 // Bytes of the store's tables whose names match the LIKE `pattern` (escape
 // character \), or of the whole store when it is empty.
 inline double StoreMegabytes(library::Database& db, const std::string& pattern = "") {
-  auto rows = pattern.empty()
-                  ? db.query("SELECT page_count * page_size FROM pragma_page_count, "
-                             "pragma_page_size")
-                  : db.query("SELECT coalesce(sum(pgsize), 0) FROM dbstat WHERE name LIKE ? "
-                             "ESCAPE '\\'",
-                             {library::SqlValue(pattern)});
+  auto rows = pattern.empty() ? db.query(
+                                    "SELECT page_count * page_size FROM pragma_page_count, "
+                                    "pragma_page_size")
+                              : db.query(
+                                    "SELECT coalesce(sum(pgsize), 0) FROM dbstat WHERE name LIKE ? "
+                                    "ESCAPE '\\'",
+                                    {library::SqlValue(pattern)});
   return rows ? static_cast<double>(std::get<int64_t>((*rows)[0][0])) / 1e6 : -1;
 }
 

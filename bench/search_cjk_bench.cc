@@ -51,8 +51,8 @@ double ThreadCpuSeconds() {
 
 void PrintSizes(Database& db, const char* label) {
   std::printf("  %-22s words index %6.1f MB, CJK index %6.1f MB, store %7.1f MB\n", label,
-              StoreMegabytes(db, "ScreenshotSearch\\_%"), StoreMegabytes(db, "ScreenshotSearchCJK%"),
-              StoreMegabytes(db));
+              StoreMegabytes(db, "ScreenshotSearch\\_%"),
+              StoreMegabytes(db, "ScreenshotSearchCJK%"), StoreMegabytes(db));
 }
 
 }  // namespace
@@ -83,17 +83,19 @@ std::unique_ptr<ModelContext> MeasureCjkLibrary(int items, const std::string& di
   }
   Exec(db, "ANALYZE");
 
-  std::printf("\nCJK library: %d items, recognised text of about %zu characters of Chinese, "
-              "Japanese or Korean each\n(titles, tags and the rest as in the Latin library)\n\n",
-              items, characters / static_cast<size_t>(items));
+  std::printf(
+      "\nCJK library: %d items, recognised text of about %zu characters of Chinese, "
+      "Japanese or Korean each\n(titles, tags and the rest as in the Latin library)\n\n",
+      items, characters / static_cast<size_t>(items));
   std::printf("Batch save of %d new items (mean of %zu):\n", kBatch, saves.size());
   std::printf("  save                       %7.1f ms\n", Mean(saves) * 1000);
-  std::printf("  full-text indexing of them %7.1f ms  (both indexes; %.1f ms in the Latin "
-              "library)\n\n",
-              Mean(catchUps) * 1000, latinCatchUpMs);
+  std::printf(
+      "  full-text indexing of them %7.1f ms  (both indexes; %.1f ms in the Latin "
+      "library)\n\n",
+      Mean(catchUps) * 1000, latinCatchUpMs);
 
-  std::printf("%-28s %8s %8s %6s | %8s %8s\n", "CJK query (200 per page)", "median", "p95",
-              "items", "CPU med", "CPU p95");
+  std::printf("%-28s %8s %8s %6s | %8s %8s\n", "CJK query (200 per page)", "median", "p95", "items",
+              "CPU med", "CPU p95");
   auto measure = [&](const std::string& label, const std::vector<std::string>& texts) {
     std::vector<double> times, cpu;
     double found = 0;
@@ -122,8 +124,9 @@ std::unique_ptr<ModelContext> MeasureCjkLibrary(int items, const std::string& di
     mixed.push_back(term + " " + corpus.words[45] + " tag:work");
   }
   measure("2 characters + word + tag:", mixed);
-  std::printf("\n(each of 60 terms per row run twice; items: the mean of the first page; CPU: "
-              "this thread's CPU time, what the latency is on an idle machine)\n");
+  std::printf(
+      "\n(each of 60 terms per row run twice; items: the mean of the first page; CPU: "
+      "this thread's CPU time, what the latency is on an idle machine)\n");
   return context;
 }
 
@@ -136,9 +139,8 @@ void MeasureUpgrade(ModelContext& library, const char* label) {
        "DROP TABLE ScreenshotSearchCJK; DROP VIEW ScreenshotSearchCJKSource; "
        "DROP VIEW ScreenshotSearchSource; "
        "CREATE VIEW ScreenshotSearchSource AS SELECT * FROM ScreenshotSearchText");
-  auto words = Timed([&] {
-    Exec(db, "INSERT INTO ScreenshotSearch(ScreenshotSearch) VALUES('rebuild')");
-  });
+  auto words =
+      Timed([&] { Exec(db, "INSERT INTO ScreenshotSearch(ScreenshotSearch) VALUES('rebuild')"); });
   auto cjk = Timed([&] {
     Exec(db,
          "CREATE VIRTUAL TABLE OlderCJK USING fts5(title, filename, body, details, tags, "
@@ -155,14 +157,17 @@ void MeasureUpgrade(ModelContext& library, const char* label) {
     }
   });
   auto items = db.query("SELECT count(*) FROM ScreenshotItem");
-  const double thousands = items ? static_cast<double>(std::get<int64_t>((*items)[0][0])) / 1000 : 1;
-  std::printf("  %-22s before: rebuild %6.1f s (%5.0f ms per 1,000 items; words %.1f s, CJK "
-              "%.1f s), SQLite peak %5.1f MB\n",
-              label, words.first + cjk.first, (words.first + cjk.first) * 1000 / thousands,
-              words.first, cjk.first, std::max(words.second, cjk.second));
-  std::printf("  %-22s now:    in place %5.2f s (%5.0f ms per 1,000 items), SQLite peak %5.1f "
-              "MB\n",
-              "", now.first, now.first * 1000 / thousands, now.second);
+  const double thousands =
+      items ? static_cast<double>(std::get<int64_t>((*items)[0][0])) / 1000 : 1;
+  std::printf(
+      "  %-22s before: rebuild %6.1f s (%5.0f ms per 1,000 items; words %.1f s, CJK "
+      "%.1f s), SQLite peak %5.1f MB\n",
+      label, words.first + cjk.first, (words.first + cjk.first) * 1000 / thousands, words.first,
+      cjk.first, std::max(words.second, cjk.second));
+  std::printf(
+      "  %-22s now:    in place %5.2f s (%5.0f ms per 1,000 items), SQLite peak %5.1f "
+      "MB\n",
+      "", now.first, now.first * 1000 / thousands, now.second);
 }
 
 void PrintIndexSizes(ModelContext& library, const char* label) {
