@@ -4,9 +4,13 @@
 
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 #include <nlohmann/json.hpp>
 
 #include "cli/testing/run_klipora.h"
+#include "library/model_container.h"
+#include "library/model_context.h"
+#include "library/screenshot_item.h"
 #include "platform/linux/testing/test_images.h"
 #include "platform/linux/vips_image_codec.h"
 #include "platform/testing/temp_dir.h"
@@ -159,6 +163,73 @@ TEST_F(LibraryCliTest, UnusableChosenLibraryFolderFallsBackToTheDefault) {
   json info = run({"info", "--json"});
   EXPECT_EQ(info["libraryRoot"], home_ + "/Library");
   EXPECT_EQ(info["configuredLibraryFolder"], file);
+}
+
+// Items written straight into the store: item i imported i hours after the
+// first, every tenth in the trash.
+void SeedStore(const std::string& home, int count) {
+  std::filesystem::create_directories(home);
+  auto db = library::Database::open(home + "/Klipora.store");
+  ASSERT_TRUE(db && library::migrateToCurrentSchema(**db).ok());
+  library::ModelContext context(std::move(*db));
+  for (int i = 0; i < count; ++i) {
+    auto item = std::make_shared<library::ScreenshotItem>();
+    item->importedAt = Date::fromSecondsSince1970(1.7e9 + 3600.0 * i);
+    item->originalFilename = "shot " + std::to_string(i) + ".png";
+    item->deleted = i % 10 == 9;
+    context.insert(item);
+  }
+  ASSERT_TRUE(context.save().ok());
+}
+
+std::vector<std::string> Names(const std::string& listed) {
+  std::vector<std::string> names;
+  std::istringstream lines(listed);
+  for (std::string line; std::getline(lines, line);) names.push_back(line.substr(line.rfind("  ") + 2));
+  return names;
+}
+
+TEST_F(LibraryCliTest, ListShowsAPageAndSaysHowToSeeMore) {
+  SeedStore(home_, 130);  // 117 outside the trash
+  auto first = runKlipora(home_, {"list"});
+  ASSERT_EQ(first.exitCode, 0) << first.err;
+  auto names = Names(first.out);
+  ASSERT_EQ(names.size(), 50u);
+  EXPECT_EQ(names.front(), "shot 128.png");  // newest first, 129 is in the trash
+  EXPECT_EQ(names.back(), "shot 74.png");
+  EXPECT_NE(first.err.find("more with --offset 50, or every item with --all"), std::string::npos)
+      << first.err;
+
+  auto last = runKlipora(home_, {"list", "--offset", "100", "--limit", "50"});
+  EXPECT_EQ(Names(last.out).size(), 17u);
+  EXPECT_EQ(Names(last.out).back(), "shot 0.png");
+  EXPECT_EQ(last.err, "");  // nothing more to see
+  auto exact = runKlipora(home_, {"list", "--limit", "117"});
+  EXPECT_EQ(Names(exact.out).size(), 117u);
+  EXPECT_EQ(exact.err, "");
+
+  // Every item, in the same order, and the trash only when asked.
+  auto all = runKlipora(home_, {"list", "--all"});
+  names = Names(all.out);
+  ASSERT_EQ(names.size(), 117u);
+  EXPECT_EQ(std::vector(names.begin() + 50, names.begin() + 100),
+            Names(runKlipora(home_, {"list", "--offset", "50"}).out));
+  EXPECT_EQ(all.err, "");
+  json everything = run({"list", "--all", "--json", "--include-trash"});
+  ASSERT_EQ(everything.size(), 130u);
+  EXPECT_EQ(everything[0]["originalFilename"], "shot 129.png");
+  EXPECT_EQ(everything[0]["deleted"], true);
+  EXPECT_EQ(everything[129]["originalFilename"], "shot 0.png");
+  EXPECT_EQ(everything[5], run({"show", everything[5]["id"], "--json"}));
+  EXPECT_EQ(run({"list", "--json", "--limit", "3"}).size(), 3u);
+
+  EXPECT_EQ(runKlipora(home_, {"list", "--limit", "0"}).exitCode, 2);
+  EXPECT_EQ(runKlipora(home_, {"list", "--all", "--limit", "5"}).exitCode, 2);
+}
+
+TEST_F(LibraryCliTest, ListOfAnEmptyLibrary) {
+  EXPECT_EQ(runKlipora(home_, {"list"}).out, "");
+  EXPECT_EQ(runKlipora(home_, {"list", "--all", "--json"}).out, "[]\n");
 }
 
 }  // namespace

@@ -203,6 +203,20 @@ class ModelContext {
     return out;
   }
 
+  // Reads records without keeping them: each row becomes a fresh record that
+  // this context does not know, so a save never writes it, and memory is
+  // only what the caller holds. For reading a large table a page at a time.
+  template <typename R>
+  Result<std::vector<R>> fetchDetached(const FetchDescriptor& descriptor) {
+    ASSIGN_OR_RETURN(auto rows, db_->query(selectSQL<R>(descriptor), descriptor.arguments));
+    const auto& columns = schemaOf<R>().columns;
+    std::vector<R> out(rows.size());
+    for (size_t r = 0; r < rows.size(); ++r) {
+      for (size_t c = 0; c < columns.size(); ++c) (void)columns[c].set(out[r], rows[r][c]);
+    }
+    return out;
+  }
+
   // The record with this identity (UUID text or composite id), or nullptr.
   template <typename R>
   Result<std::shared_ptr<R>> fetchByKey(const std::string& key) {

@@ -204,5 +204,29 @@ TEST_F(ModelContextTest, StoreFromANewerVersionIsRefused) {
   EXPECT_NE(container.error().message().find("newer"), std::string::npos);
 }
 
+TEST_F(ModelContextTest, DetachedRecordsAreReadButNeverWritten) {
+  auto container = open();
+  auto& context = container->mainContext();
+  auto item = makeItem("abc");
+  item->favorite = true;
+  context.insert(item);
+  ASSERT_TRUE(context.save().ok());
+
+  auto other = second(*container);
+  FetchDescriptor d;
+  d.predicate = "checksum = ?";
+  d.arguments = {SqlValue(std::string("abc"))};
+  auto detached = other->fetchDetached<ScreenshotItem>(d);
+  ASSERT_TRUE(detached) << detached.error().message();
+  ASSERT_EQ(detached->size(), 1u);
+  EXPECT_EQ(recordToJson(detached->front()), recordToJson(*item));
+  detached->front().favorite = false;
+  EXPECT_FALSE(other->hasChanges());
+  ASSERT_TRUE(other->save().ok());
+  auto stored = context.fetchByKey<ScreenshotItem>(item->id.uuidString());
+  ASSERT_TRUE(stored && *stored);
+  EXPECT_TRUE((*stored)->favorite);
+}
+
 }  // namespace
 }  // namespace klipora::library
