@@ -34,7 +34,7 @@ TEST(DesktopActiveApplicationTest, TheActiveWindowsClassAndTitleNameTheApplicati
 
   // A terminal's window, made active the way a window manager does.
   xcb_connection_t* c = xcb_connect(screen.display().c_str(), nullptr);
-  ASSERT_FALSE(xcb_connection_has_error(c));
+  ASSERT_EQ(xcb_connection_has_error(c), 0) << "display " << screen.display();
   xcb_screen_t* root = xcb_setup_roots_iterator(xcb_get_setup(c)).data;
   xcb_window_t window = xcb_generate_id(c);
   xcb_create_window(c, XCB_COPY_FROM_PARENT, window, root->root, 0, 0, 100, 100, 0,

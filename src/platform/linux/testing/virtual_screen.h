@@ -1,6 +1,8 @@
 // VirtualScreen: an X server of its own (Xvfb) for a test, gone with it.
 // Xvfb picks a free display itself and writes its number once it accepts
-// clients. Header-only test support.
+// clients. It keeps running when its last client leaves (-noreset): a server
+// that resets then refuses the connections that come while it does so.
+// Header-only test support.
 #pragma once
 
 #include <poll.h>
@@ -22,8 +24,8 @@ class VirtualScreen {
     if (pid_ == 0) {
       ::close(ready[0]);
       const std::string fd = std::to_string(ready[1]);
-      ::execlp("Xvfb", "Xvfb", "-displayfd", fd.c_str(), "-screen", "0", "1024x640x24", "-nolisten",
-               "tcp", nullptr);
+      ::execlp("Xvfb", "Xvfb", "-displayfd", fd.c_str(), "-screen", "0", "1024x640x24", "-noreset",
+               "-nolisten", "tcp", nullptr);
       ::_exit(127);
     }
     ::close(ready[1]);
