@@ -1,5 +1,8 @@
 #include "platform/linux/vips_image_codec.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 #include <vips/vips.h>
 
 #include <algorithm>
@@ -7,6 +10,8 @@
 #include <cstring>
 #include <mutex>
 #include <vector>
+
+#include "platform/image_format.h"
 
 namespace klipora {
 namespace {
@@ -132,14 +137,37 @@ Result<std::string> EncodeThumbnail(VipsImage* thumbnail, int quality) {
   return jpeg;
 }
 
+Status NotAReadableFormat() {
+  return Status::InvalidArgument(std::string("not an image in a format Klipora reads (") +
+                                 kReadableImageFormats + ")");
+}
+
+// The first bytes of a regular file; empty when it cannot be read.
+std::string HeadOfFile(const std::string& path) {
+  int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  if (fd < 0) return {};
+  std::string head(kImageSignatureBytes, '\0');
+  struct stat st {};
+  ssize_t n = ::fstat(fd, &st) == 0 && S_ISREG(st.st_mode) ? ::read(fd, head.data(), head.size())
+                                                            : -1;
+  ::close(fd);
+  head.resize(n > 0 ? static_cast<size_t>(n) : 0);
+  return head;
+}
+
 }  // namespace
 
+// Only the formats of identifyImageFormat reach libvips: it also carries
+// loaders for PDF, SVG and, through ImageMagick, dozens more, which a file
+// named .png must never reach (and asking ImageMagick costs milliseconds per
+// file that is no image at all).
 Result<ImageProperties> VipsImageCodec::properties(std::string_view bytes) {
   if (bytes.empty()) return Err(Status::InvalidArgument("the file is empty"));
+  if (!identifyImageFormat(bytes.substr(0, kImageSignatureBytes))) return Err(NotAReadableFormat());
   const char* loader = vips_foreign_find_load_buffer(bytes.data(), bytes.size());
   if (loader == nullptr) {
     vips_error_clear();
-    return Err(Status::InvalidArgument("not an image in a format libvips can read"));
+    return Err(NotAReadableFormat());
   }
   Ref<VipsImage> image(vips_image_new_from_buffer(bytes.data(), bytes.size(), "", nullptr));
   if (image.get() == nullptr) return Err(Status::InvalidArgument(TakeVipsError()));
@@ -147,10 +175,11 @@ Result<ImageProperties> VipsImageCodec::properties(std::string_view bytes) {
 }
 
 Result<ImageProperties> VipsImageCodec::propertiesOfFile(const std::string& path) {
+  if (!identifyImageFormat(HeadOfFile(path))) return Err(NotAReadableFormat());
   const char* loader = vips_foreign_find_load(path.c_str());
   if (loader == nullptr) {
     vips_error_clear();
-    return Err(Status::InvalidArgument("not an image in a format libvips can read"));
+    return Err(NotAReadableFormat());
   }
   // Opening reads the header only; pixels are decoded when asked for.
   Ref<VipsImage> image(vips_image_new_from_file(path.c_str(), nullptr));

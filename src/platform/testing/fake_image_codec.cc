@@ -15,7 +15,7 @@ std::string FakeImageCodec::makeImage(int width, int height, const std::string& 
 
 Result<ImageProperties> FakeImageCodec::properties(std::string_view bytes) {
   if (bytes.substr(0, 8) != "FAKEIMG ") {
-    return Err(Status::InvalidArgument("not an image in a format libvips can read"));
+    return Err(Status::InvalidArgument("not an image in a format Klipora reads"));
   }
   std::string header(bytes.substr(0, bytes.find('\n')));
   ImageProperties p;
