@@ -7,9 +7,7 @@
 
 namespace klipora::app {
 
-using library::FetchDescriptor;
 using library::ScreenshotItem;
-using library::SqlValue;
 
 namespace {
 
@@ -121,29 +119,32 @@ void ControlRequestHandler::handle(const Json& request, Reply reply) {
 Json ControlRequestHandler::status() {
   auto& context = target_.context;
   Json states = Json::object();
+  // Counted from indexes alone (the live items by state, the trash by
+  // date), never from the items themselves. likely(): the plain deletedAt
+  // index would otherwise look the better choice.
+  auto byState = context.database().query(
+      "SELECT processingStateRaw, count(*) FROM ScreenshotItem WHERE deleted = 0 AND "
+      "likely(deletedAt IS NULL) GROUP BY processingStateRaw");
+  auto inTrash = context.database().query(
+      "SELECT count(*) FROM ScreenshotItem WHERE (deleted <> 0 OR deletedAt IS NOT NULL)");
+  if (!byState || !inTrash) return errorReply("cannot read the library");
+  const int64_t trashed = std::get<int64_t>(inTrash->at(0).at(0));
   int64_t live = 0;
+  for (const auto& row : *byState) live += std::get<int64_t>(row[1]);
   for (auto state :
        {library::ProcessingState::pending, library::ProcessingState::thumbnailGenerated,
         library::ProcessingState::ocrComplete, library::ProcessingState::classificationComplete,
         library::ProcessingState::enrichmentComplete, library::ProcessingState::complete,
         library::ProcessingState::failed, library::ProcessingState::partiallyFailed}) {
-    std::string raw(library::rawValue(state));
-    FetchDescriptor d;
-    d.predicate = "deletedAt IS NULL AND deleted = 0 AND processingStateRaw = ?";
-    d.arguments = {SqlValue(raw)};
-    auto n = context.fetchCount<ScreenshotItem>(d);
-    if (!n) return errorReply("cannot read the library: " + n.error().message());
-    states[raw] = *n;
-    live += *n;
+    states[std::string(library::rawValue(state))] = int64_t{0};
   }
-  FetchDescriptor trashed;
-  trashed.predicate = "deletedAt IS NOT NULL OR deleted = 1";
-  auto inTrash = context.fetchCount<ScreenshotItem>(trashed);
-  auto total = context.fetchCount<ScreenshotItem>();
-  if (!inTrash || !total) return errorReply("cannot read the library");
   // Rows whose state this build does not know count as pending (they are
   // processed again), so the states always add up to the live total.
-  states["pending"] = states["pending"].get<int64_t>() + (*total - *inTrash - live);
+  for (const auto& row : *byState) {
+    auto* raw = std::get_if<std::string>(&row[0]);
+    const std::string state = raw && states.contains(*raw) ? *raw : "pending";
+    states[state] = states[state].get<int64_t>() + std::get<int64_t>(row[1]);
+  }
 
   Json daemon = {{"running", target_.daemonPid.has_value()}};
   if (target_.daemonPid) daemon["pid"] = *target_.daemonPid;
@@ -181,9 +182,9 @@ Json ControlRequestHandler::status() {
           {"pause", pause.statusDescription() ? Json(*pause.statusDescription()) : Json(nullptr)},
           {"library", std::move(library)},
           {"items",
-           {{"total", *total},
-            {"live", *total - *inTrash},
-            {"trashed", *inTrash},
+           {{"total", live + trashed},
+            {"live", live},
+            {"trashed", trashed},
             {"states", std::move(states)}}}};
 }
 

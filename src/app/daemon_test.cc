@@ -26,6 +26,30 @@ class DaemonTest : public CoordinatorTest {
   testing::FakeControlChannelServer server_;
 };
 
+TEST_F(DaemonTest, StatusCountsEveryItemOnce) {
+  addItem(ProcessingState::complete);
+  addItem(ProcessingState::complete);
+  addItem(ProcessingState::failed);
+  addItem(ProcessingState::ocrComplete, /*trashed=*/true);
+  auto unknown = addItem(ProcessingState::complete);
+  unknown->processingStateRaw = "fromANewerBuild";
+  auto halfTrashed = addItem(ProcessingState::pending);
+  halfTrashed->deletedAt = clock_.now();  // trashed by an older build: no deleted mark
+  ASSERT_TRUE(context().save().ok());
+  Daemon daemon = makeDaemon();
+  ASSERT_TRUE(daemon.start().ok());
+
+  Json items = ask(R"({"command":"status"})")["items"];
+  EXPECT_EQ(items["total"], 6);
+  EXPECT_EQ(items["live"], 4);
+  EXPECT_EQ(items["trashed"], 2);
+  EXPECT_EQ(items["states"]["complete"], 2);
+  EXPECT_EQ(items["states"]["failed"], 1);
+  EXPECT_EQ(items["states"]["pending"], 1);  // the state this build does not know
+  EXPECT_EQ(items["states"]["ocrComplete"], 0);
+  EXPECT_EQ(items["states"].size(), 8u);
+}
+
 TEST_F(DaemonTest, AnswersRequestsOnItsChannel) {
   auto item = addItem(ProcessingState::pending);
   addItem(ProcessingState::complete);

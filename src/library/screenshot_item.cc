@@ -217,6 +217,11 @@ const RecordSchema<ScreenshotItem>& schemaOf<ScreenshotItem>() {
           "CREATE INDEX IF NOT EXISTS ScreenshotItem_importedAt ON ScreenshotItem(importedAt)",
           "CREATE INDEX IF NOT EXISTS ScreenshotItem_deletedAt ON ScreenshotItem(deletedAt)",
           "CREATE INDEX IF NOT EXISTS ScreenshotItem_state ON ScreenshotItem(processingStateRaw)",
+          // The items outside the trash by state, counted by the status
+          // from this index alone (it holds every column the count reads).
+          "CREATE INDEX IF NOT EXISTS ScreenshotItem_liveState ON "
+          "ScreenshotItem(processingStateRaw, deleted, deletedAt) "
+          "WHERE deleted = 0 AND deletedAt IS NULL",
           // The sweep of watched folders asks whether a file is in the library.
           "CREATE INDEX IF NOT EXISTS ScreenshotItem_sourcePath ON ScreenshotItem(sourcePath)",
       }};
