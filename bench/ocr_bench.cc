@@ -2,16 +2,18 @@
 // reads each with OCRService (warm engines) and with the `tesseract` command
 // (same language, OMP_THREAD_LIMIT=1), and prints per image and in total the
 // times, their ratio, word recall, word precision and character error rate;
-// then recognitions per minute with two engines at once, peak memory, and a
-// 12000×8000 several-monitor screenshot.
+// then `klipora ocr` run once per image (process start and engine loading
+// included) and once for all images, against the command; then recognitions
+// per minute with two engines at once, peak memory, and a 12000×8000
+// several-monitor screenshot.
 //
 //   build/bench/ocr [--kinds=chat,code] [--small|--large] [--light|--dark]
-//                   [--no-command] [--no-throughput] [--no-wide] [--keep]
+//                   [--no-command] [--no-processes] [--no-throughput]
+//                   [--no-wide] [--keep]
 //                   [--no-normalize] [--no-invert] [--no-upscale] [--no-recovery]
 //                   [--no-downscale] [--colour] [--down=PX] [--down-above=PX]
 //                   [--target=PX]
 #include <fcntl.h>
-#include <spawn.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -28,14 +30,13 @@
 #include <thread>
 #include <vector>
 
+#include "child_runs.h"
 #include "ocr_corpus.h"
 #include "ocr_metrics.h"
 #include "platform/linux/main_loop.h"
 #include "platform/linux/tesseract_ocr_engine.h"
 #include "platform/linux/vips_image_codec.h"
 #include "processing/ocr_service.h"
-
-extern char** environ;
 
 namespace klipora::bench {
 namespace {
@@ -62,45 +63,69 @@ struct CommandRun {
   bool ok = false;
 };
 
-// `tesseract IMAGE stdout -l eng` with one OpenMP thread.
-CommandRun RunTesseractCommand(const std::string& image) {
+std::string Name(const OcrCorpusImage& image);
+void PrintScore(const char* label, const TextScore& s);
+
+// A program found on PATH, or given by path, with its standard output taken
+// and one OpenMP thread.
+CommandRun RunProgram(const std::string& program, std::vector<std::string> args,
+                      std::vector<std::string> env = {}) {
+  env.push_back("OMP_THREAD_LIMIT=1");
+  args.insert(args.begin(), program);
+  ChildRun child = ChildRuns::run(args, env, true);
   CommandRun run;
-  int out[2];
-  if (pipe(out) != 0) return run;
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_adddup2(&actions, out[1], 1);
-  posix_spawn_file_actions_addclose(&actions, out[0]);
-  posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
-  std::vector<std::string> env = {"OMP_THREAD_LIMIT=1"};
-  for (char** e = environ; *e; ++e) {
-    if (std::strncmp(*e, "OMP_THREAD_LIMIT=", 17) != 0) env.emplace_back(*e);
-  }
-  std::vector<char*> envp;
-  for (auto& e : env) envp.push_back(e.data());
-  envp.push_back(nullptr);
-  std::string a0 = "tesseract", a1 = image, a2 = "stdout", a3 = "-l", a4 = "eng";
-  char* argv[] = {a0.data(), a1.data(), a2.data(), a3.data(), a4.data(), nullptr};
-  double start = Now();
-  pid_t pid = 0;
-  int rc = posix_spawnp(&pid, "tesseract", &actions, nullptr, argv, envp.data());
-  posix_spawn_file_actions_destroy(&actions);
-  close(out[1]);
-  if (rc != 0) {
-    close(out[0]);
-    return run;
-  }
-  char buffer[8192];
-  ssize_t n;
-  while ((n = read(out[0], buffer, sizeof buffer)) > 0) run.text.append(buffer, n);
-  close(out[0]);
-  int status = 0;
-  struct rusage usage {};
-  wait4(pid, &status, 0, &usage);
-  run.seconds = Now() - start;
-  run.peakKiB = usage.ru_maxrss;
-  run.ok = WIFEXITED(status) && WEXITSTATUS(status) == 0;
+  run.text = std::move(child.out);
+  run.seconds = child.seconds;
+  run.peakKiB = child.peakKiB;
+  run.ok = child.status == 0;
   return run;
+}
+
+// `tesseract IMAGE stdout -l eng`.
+CommandRun RunTesseractCommand(const std::string& image) {
+  return RunProgram("tesseract", {image, "stdout", "-l", "eng"});
+}
+
+// build/klipora, beside this program's folder, or $KLIPORA_BIN.
+std::string KliporaBinary() {
+  if (const char* bin = std::getenv("KLIPORA_BIN")) return bin;
+  std::error_code ec;
+  auto self = std::filesystem::read_symlink("/proc/self/exe", ec);
+  return ec ? "" : (self.parent_path().parent_path() / "klipora").string();
+}
+
+// `klipora ocr` as a user runs it: a process per image, process start and
+// engine loading included, against the command's time for the same images;
+// then one process reading them all.
+void OnePerProcess(const std::string& folder, const std::vector<OcrCorpusImage>& corpus,
+                   const std::vector<double>& commandSeconds) {
+  const std::string klipora = KliporaBinary();
+  if (klipora.empty() || access(klipora.c_str(), X_OK) != 0) {
+    std::printf("\nOne image per process: no klipora command (set KLIPORA_BIN)\n");
+    return;
+  }
+  const std::vector<std::string> env = {"KLIPORA_HOME=" + folder + "/home"};
+  double ours = 0, theirs = 0;
+  TextScore score;
+  long peak = 0;
+  std::vector<std::string> all;
+  for (size_t i = 0; i < corpus.size(); ++i) {
+    CommandRun run = RunProgram(klipora, {"ocr", corpus[i].path}, env);
+    if (!run.ok) std::printf("  klipora ocr %s failed\n", Name(corpus[i]).c_str());
+    ours += run.seconds;
+    theirs += commandSeconds[i];
+    score += scoreText(run.text, corpus[i].groundTruth);
+    peak = std::max(peak, run.peakKiB);
+    all.push_back(corpus[i].path);
+  }
+  std::printf("\nOne image per process (klipora ocr IMAGE, start included): %.3f s each, "
+              "command %.3f s each, ratio %.2f, peak %.0f MiB\n",
+              ours / corpus.size(), theirs / corpus.size(), ours / theirs, peak / 1024.0);
+  PrintScore("klipora", score);
+  all.insert(all.begin(), "ocr");
+  CommandRun batch = RunProgram(klipora, all, env);
+  std::printf("All %zu in one klipora ocr: %.3f s each, ratio %.2f to the command\n",
+              corpus.size(), batch.seconds / corpus.size(), batch.seconds / theirs);
 }
 
 long PeakKiB() {
@@ -111,7 +136,7 @@ long PeakKiB() {
 
 struct Flags {
   OcrCorpusOptions corpus;
-  bool command = true, throughput = true, wide = true, keep = false;
+  bool command = true, processes = true, throughput = true, wide = true, keep = false;
   processing::OCRPreparationOptions preparation;
   bool recovery = true;
 };
@@ -133,6 +158,8 @@ Flags ParseFlags(int argc, char** argv) {
       flags.corpus.light = false;
     } else if (a == "--no-command") {
       flags.command = false;
+    } else if (a == "--no-processes") {
+      flags.processes = false;
     } else if (a == "--no-throughput") {
       flags.throughput = false;
     } else if (a == "--no-wide") {
@@ -265,6 +292,7 @@ int Run(int argc, char** argv) {
   TextScore oursAll, commandAll;
   std::map<std::string, std::pair<TextScore, TextScore>> byKind;
   long commandPeak = 0;
+  std::vector<double> commandSeconds;
   for (const OcrCorpusImage& image : corpus) {
     double t0 = Now();
     auto result = service.recognizeTextWithLayout(ReadFile(image.path));
@@ -281,6 +309,7 @@ int Run(int argc, char** argv) {
       cmd = RunTesseractCommand(image.path);
       c = scoreText(cmd.text, image.groundTruth);
       commandTotal += cmd.seconds;
+      commandSeconds.push_back(cmd.seconds);
       commandAll += c;
       byKind[image.kind].second += c;
       commandPeak = std::max(commandPeak, cmd.peakKiB);
@@ -304,6 +333,10 @@ int Run(int argc, char** argv) {
     std::printf("  %-9s ours %.3f / %.3f / %.3f   command %.3f / %.3f / %.3f\n", kind.c_str(),
                 scores.first.recall(), scores.first.precision(), scores.first.cer(),
                 scores.second.recall(), scores.second.precision(), scores.second.cer());
+  }
+
+  if (flags.command && flags.processes && !corpus.empty()) {
+    OnePerProcess(folder, corpus, commandSeconds);
   }
 
   if (flags.throughput && !corpus.empty()) {
@@ -333,4 +366,7 @@ int Run(int argc, char** argv) {
 }  // namespace
 }  // namespace klipora::bench
 
-int main(int argc, char** argv) { return klipora::bench::Run(argc, argv); }
+int main(int argc, char** argv) {
+  klipora::bench::ChildRuns::start();
+  return klipora::bench::Run(argc, argv);
+}

@@ -12,10 +12,6 @@
 // command is build/klipora, above this program, or $KLIPORA_BIN. With
 // KLIPORA_BENCH_KEEP set, the libraries are left in /tmp. Figures are
 // printed, never asserted.
-#include <fcntl.h>
-#include <spawn.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
 #include <vips/vips.h>
 
@@ -31,9 +27,8 @@
 
 #include "library/model_container.h"
 #include "library/search_index.h"
+#include "child_runs.h"
 #include "library_corpus.h"
-
-extern char** environ;
 
 using namespace klipora;
 using namespace klipora::library;
@@ -77,48 +72,13 @@ std::string BuildLibrary(int items) {
   return folder;
 }
 
-struct Run {
-  double seconds = 0;
-  double cpuSeconds = 0;  // user and system: what the command itself costs on a busy machine
-  long peakKiB = 0;
-  int status = 0;
-};
+using Run = bench::ChildRun;
 
 Run RunCommand(const std::string& binary, const std::string& home,
                const std::vector<std::string>& args) {
-  std::vector<std::string> env;
-  for (char** e = environ; *e; ++e) {
-    if (std::string(*e).rfind("KLIPORA_HOME=", 0) != 0) env.emplace_back(*e);
-  }
-  env.push_back("KLIPORA_HOME=" + home);
-  std::vector<char*> envp, argv;
-  for (auto& e : env) envp.push_back(e.data());
-  envp.push_back(nullptr);
-  std::vector<std::string> all = {binary};
-  all.insert(all.end(), args.begin(), args.end());
-  for (auto& a : all) argv.push_back(a.data());
-  argv.push_back(nullptr);
-
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
-  posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
-  Run run;
-  double start = Seconds();
-  pid_t pid = 0;
-  if (posix_spawn(&pid, binary.c_str(), &actions, nullptr, argv.data(), envp.data()) != 0) {
-    Fail("cannot start " + binary);
-  }
-  int status = 0;
-  rusage usage{};
-  wait4(pid, &status, 0, &usage);
-  run.seconds = Seconds() - start;
-  run.peakKiB = usage.ru_maxrss;
-  auto seconds = [](const timeval& t) { return static_cast<double>(t.tv_sec) + t.tv_usec / 1e6; };
-  run.cpuSeconds = seconds(usage.ru_utime) + seconds(usage.ru_stime);
-  run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  posix_spawn_file_actions_destroy(&actions);
-  return run;
+  std::vector<std::string> argv = {binary};
+  argv.insert(argv.end(), args.begin(), args.end());
+  return bench::ChildRuns::run(argv, {"KLIPORA_HOME=" + home}, false);
 }
 
 // The median of each figure on its own.
@@ -204,6 +164,7 @@ void PrintHeader(const std::string& label, const std::vector<int>& counts, const
 }  // namespace
 
 int main(int argc, char** argv) {
+  bench::ChildRuns::start();
   if (VIPS_INIT(argv[0]) != 0) Fail("libvips did not start");
   std::vector<int> sizes, imports;
   for (int i = 1; i < argc; ++i) {
