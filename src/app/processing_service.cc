@@ -1,5 +1,7 @@
 #include "app/processing_service.h"
 
+#include <algorithm>
+
 #include "app/app_coordinator.h"
 #include "app/model_services.h"
 #include "app/watcher_service.h"
@@ -17,9 +19,13 @@ namespace {
 
 class ProcessingService final : public ProcessingQueueService {
  public:
+  // `commandItems`: the items of a command's own processing; 0 for the
+  // daemon's.
   ProcessingService(const AppEnvironment& env, library::ModelContext& context,
-                    processing::ProcessingSaveCoalescer& saver, ProcessingPlatform& platform)
+                    processing::ProcessingSaveCoalescer& saver, ProcessingPlatform& platform,
+                    int commandItems = 0)
       : env_(env),
+        keepWarm_(commandItems == 0),
         recognition_(platform.recognition),
         labels_(platform.labels),
         workers_(env.background) {
@@ -29,6 +35,7 @@ class ProcessingService final : public ProcessingQueueService {
       fresh_ = std::make_unique<processing::TrackedExecutor>(*platform.freshRecognition);
       ++ocrConfig.engineCount;  // the fresh screenshots' own engine
     }
+    if (commandItems > 0) ocrConfig.engineCount = std::min(ocrConfig.engineCount, commandItems);
     ocr_ = std::make_unique<processing::OCRService>(platform.ocrEngines, env_.imageCodec,
                                                     env_.clock, ocrConfig);
     labeler_ = intelligence::makeDefaultClassificationService(env_.fileSystem, env_.imageCodec);
@@ -78,10 +85,10 @@ class ProcessingService final : public ProcessingQueueService {
     queue_->start();
     if (!warmedUp_) {
       warmedUp_ = true;
-      recognition_.post([ocr = ocr_.get()] { ocr->warmUp(); });
+      if (keepWarm_) recognition_.post([ocr = ocr_.get()] { ocr->warmUp(); });
       arbiter_->warmUp(!custom_->categories().empty());
     }
-    if (!ocr_->keepWarmStarted()) {
+    if (keepWarm_ && !ocr_->keepWarmStarted()) {
       ocr_->startKeepWarm(kKeepWarmInterval, env_.timers, recognition_);
     }
   }
@@ -108,6 +115,7 @@ class ProcessingService final : public ProcessingQueueService {
 
  private:
   const AppEnvironment& env_;
+  const bool keepWarm_;  // the daemon's: engines loaded at start and kept warm
   // Declared before what the work uses, so they are destroyed after it.
   processing::TrackedExecutor recognition_;
   processing::TrackedExecutor labels_;
@@ -142,9 +150,10 @@ makeProcessingServiceFactory() {
 
 std::unique_ptr<ProcessingQueueService> makeProcessingService(
     const AppEnvironment& env, library::ModelContext& context,
-    processing::ProcessingSaveCoalescer& saver) {
+    processing::ProcessingSaveCoalescer& saver, int items) {
   if (!env.processing) return nullptr;
-  return std::make_unique<ProcessingService>(env, context, saver, *env.processing);
+  return std::make_unique<ProcessingService>(env, context, saver, *env.processing,
+                                             std::max(1, items));
 }
 
 AppServiceFactories defaultServiceFactories() {

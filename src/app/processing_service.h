@@ -28,10 +28,13 @@ makeProcessingServiceFactory();
 
 // The processing of a command that works on the store without a daemon
 // (`klipora import --wait`): the same service, driven by the command's own
-// main loop. Null when `env` has no ProcessingPlatform.
+// main loop, for `items` items. Its recognition engines are loaded when
+// first needed, at most one per item, and are neither warmed up nor kept
+// warm: a command that reads one screenshot loads one engine. Null when
+// `env` has no ProcessingPlatform.
 std::unique_ptr<ProcessingQueueService> makeProcessingService(
     const AppEnvironment& env, library::ModelContext& context,
-    processing::ProcessingSaveCoalescer& saver);
+    processing::ProcessingSaveCoalescer& saver, int items);
 
 // The services a running library has in this build: the one place where
 // the coordinator's services are chosen.

@@ -169,7 +169,8 @@ app::Json ProcessDirectly(CliSession& session, const std::vector<std::string>& i
   auto& platform = session.platform();
   auto& context = session.context();
   auto env = session.environment();
-  auto service = app::makeProcessingService(env, context, saver);
+  auto service =
+      app::makeProcessingService(env, context, saver, static_cast<int>(ids.size()));
   service->start();
   for (const auto& id : ids) service->enqueue(*UUID::Parse(id));
   const double deadline = platform.clock.monotonicSeconds() + waitSeconds;

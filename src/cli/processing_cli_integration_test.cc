@@ -83,6 +83,17 @@ TEST_F(ProcessingCliTest, ImportAndWaitWithoutADaemonProcessesInTheCommand) {
   expectFiled(importAndWait(threeScreenshots()));
 }
 
+// A command's own processing loads its recogniser when the screenshot
+// needs it, and does not warm up engines that a daemon keeps for later.
+TEST_F(ProcessingCliTest, ImportAndWaitOfOneScreenshotWarmsNothingUp) {
+  auto items = importAndWait({screenshot("code.png", kCode)});
+  EXPECT_EQ(items["code.png"]["state"], "complete");
+  std::ifstream log(home_ + "/Library/Diagnostics/klipora.log");
+  std::string text((std::istreambuf_iterator<char>(log)), {});
+  EXPECT_NE(text.find("code.png"), std::string::npos) << text;  // the log is the command's
+  EXPECT_EQ(text.find("ocr-warmup"), std::string::npos) << text;
+}
+
 TEST_F(ProcessingCliTest, ImportAndWaitThroughTheDaemonLeavesAnEmptyQueue) {
   DaemonProcess daemon(home_, runtime_);
   ASSERT_TRUE(daemon.waitForOutput("Press Ctrl-C")) << daemon.errors();
