@@ -8,7 +8,8 @@ namespace {
 
 using library::ScreenshotItem;
 
-// Reads only ids and tag lists, so that a large library is not loaded whole.
+// Reads only ids and tag lists, from the tag-list index rather than the
+// items, so that a large library is not read whole.
 Result<std::vector<std::pair<std::string, std::string>>> TagLists(library::ModelContext& context) {
   ASSIGN_OR_RETURN(auto rows, context.database().query(
                                   "SELECT id, userTagsRaw FROM ScreenshotItem WHERE userTagsRaw <> ''"));
@@ -48,10 +49,15 @@ Result<ItemList> itemsCarrying(library::ModelContext& context,
 }
 
 Result<std::vector<std::string>> tagNamesInUse(library::ModelContext& context) {
-  ASSIGN_OR_RETURN(auto lists, TagLists(context));
+  // Each distinct list once, read from the tag-list index alone.
+  ASSIGN_OR_RETURN(auto rows, context.database().query(
+                                  "SELECT DISTINCT userTagsRaw FROM ScreenshotItem "
+                                  "WHERE userTagsRaw <> ''"));
   std::vector<std::string> out;
-  for (const auto& [id, raw] : lists) {
-    for (auto& tag : library::splitList(raw)) out.push_back(std::move(tag));
+  for (const auto& row : rows) {
+    auto* raw = std::get_if<std::string>(&row[0]);
+    if (!raw) continue;
+    for (auto& tag : library::splitList(*raw)) out.push_back(std::move(tag));
   }
   return out;
 }

@@ -222,6 +222,10 @@ const RecordSchema<ScreenshotItem>& schemaOf<ScreenshotItem>() {
           "CREATE INDEX IF NOT EXISTS ScreenshotItem_liveState ON "
           "ScreenshotItem(processingStateRaw, deleted, deletedAt) "
           "WHERE deleted = 0 AND deletedAt IS NULL",
+          // The tags in use and the items carrying a tag, read without the
+          // items themselves.
+          "CREATE INDEX IF NOT EXISTS ScreenshotItem_tagLists ON "
+          "ScreenshotItem(userTagsRaw, id) WHERE userTagsRaw <> ''",
           // The sweep of watched folders asks whether a file is in the library.
           "CREATE INDEX IF NOT EXISTS ScreenshotItem_sourcePath ON ScreenshotItem(sourcePath)",
       }};
