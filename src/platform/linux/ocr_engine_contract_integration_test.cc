@@ -3,10 +3,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <filesystem>
+#include <fstream>
 
 #include "platform/linux/tesseract_ocr_engine.h"
 #include "platform/linux/testing/text_images.h"
 #include "platform/testing/fake_ocr_engine.h"
+#include "platform/testing/temp_dir.h"
 
 namespace klipora {
 namespace {
@@ -124,6 +127,39 @@ TEST(TesseractOcrEngineFactoryTest, AMissingLanguageNamesItsDebianPackage) {
             (OcrLanguage{"chi_sim_vert", "tesseract-ocr-chi-sim-vert", false}));
   EXPECT_EQ(find("osd"), listed.end());  // reads no text
   EXPECT_GT(listed.size(), 150u);
+}
+
+// Engines load a model from the copy this process read; a model replaced on
+// disk is read again.
+TEST(TesseractOcrEngineFactoryTest, AModelChangedOnDiskIsReadAgain) {
+  testing::TempDir dir;
+  const std::string model = dir.file("eng.traineddata");
+  std::filesystem::copy_file("/usr/share/tesseract-ocr/5/tessdata/eng.traineddata", model);
+  TesseractOcrEngineFactory factory(dir.path());
+  testing::TextImageOptions o;
+  o.patches = {testing::TextPatch{"model read once", 20, 20}};
+  PixelImage page = testing::makeTextPixels(o);
+  OcrRequest request;
+  request.image = &page;
+  auto reads = [&](OcrEngine& engine) {
+    auto lines = engine.recognize(request);
+    return lines && !lines->empty() && lines->front().text == "model read once";
+  };
+  auto first = factory.makeEngine({"eng"});
+  ASSERT_TRUE(first) << first.error().message();
+  auto second = factory.makeEngine({"eng"});
+  ASSERT_TRUE(second) << second.error().message();
+  EXPECT_TRUE(reads(**first));
+  EXPECT_TRUE(reads(**second));
+
+  std::ofstream(model, std::ios::trunc).close();  // an empty model now
+  EXPECT_FALSE(factory.makeEngine({"eng"}));
+  std::filesystem::remove(model);
+  std::filesystem::copy_file("/usr/share/tesseract-ocr/5/tessdata/eng.traineddata", model);
+  auto again = factory.makeEngine({"eng"});
+  ASSERT_TRUE(again) << again.error().message();
+  EXPECT_TRUE(reads(**again));
+  EXPECT_TRUE(reads(**first));  // engines already loaded keep working
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "platform/linux/tesseract_ocr_engine.h"
 
 #include <dlfcn.h>
+#include <sys/stat.h>
 #include <tesseract/baseapi.h>
 #include <tesseract/ocrclass.h>
 #include <tesseract/resultiterator.h>
@@ -9,10 +10,13 @@
 #include <algorithm>
 #include <cctype>
 #include <cstdlib>
+#include <fstream>
 #include <filesystem>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <new>
+#include <vector>
 
 #include "platform/linux/tesseract_languages.h"
 
@@ -49,6 +53,52 @@ bool IsValidLanguageCode(const std::string& code) {
   return true;
 }
 
+// The language models this process has read. Tesseract asks for a model's
+// file on every engine it starts, and the daemon starts one per recognition
+// that may run at once and replaces stuck ones; each file is read from disk
+// once (again only when it changes there) and handed to every engine from
+// memory. A model is a few megabytes; the engines parse their own copies.
+class ModelFiles {
+ public:
+  static bool read(const char* path, std::vector<char>* data) {
+    struct stat info {};
+    if (stat(path, &info) != 0) return false;
+    const Stamp stamp{static_cast<int64_t>(info.st_size), info.st_mtim.tv_sec,
+                      info.st_mtim.tv_nsec};
+    std::shared_ptr<const std::vector<char>> bytes;
+    {
+      std::lock_guard lock(mutex_);
+      auto it = files_.find(path);
+      if (it != files_.end() && it->second.stamp == stamp) bytes = it->second.bytes;
+    }
+    if (!bytes) {
+      std::ifstream in(path, std::ios::binary);
+      if (!in) return false;
+      auto fresh = std::make_shared<std::vector<char>>(static_cast<size_t>(stamp.size));
+      if (!in.read(fresh->data(), stamp.size)) return false;
+      bytes = fresh;
+      std::lock_guard lock(mutex_);
+      files_[path] = {stamp, bytes};
+    }
+    *data = *bytes;
+    return true;
+  }
+
+ private:
+  struct Stamp {
+    int64_t size;
+    int64_t seconds;
+    int64_t nanoseconds;
+    bool operator==(const Stamp&) const = default;
+  };
+  struct File {
+    Stamp stamp;
+    std::shared_ptr<const std::vector<char>> bytes;
+  };
+  static inline std::mutex mutex_;
+  static inline std::map<std::string, File> files_;
+};
+
 struct StopState {
   const std::function<bool()>* shouldStop = nullptr;
   bool stopped = false;
@@ -79,8 +129,8 @@ class TesseractOcrEngine final : public OcrEngine {
     // user's terminal; its failures come back as return codes anyway.
     std::vector<std::string> names = {"debug_file"};
     std::vector<std::string> values = {"/dev/null"};
-    int rc = api_.Init(tessdataDir.c_str(), languages.c_str(), tesseract::OEM_LSTM_ONLY, nullptr,
-                       0, &names, &values, false);
+    int rc = api_.Init(tessdataDir.c_str(), 0, languages.c_str(), tesseract::OEM_LSTM_ONLY,
+                       nullptr, 0, &names, &values, false, &ModelFiles::read);
     if (rc != 0) {
       return Status::Unavailable("Tesseract could not load the language models \"" + languages +
                                  "\" from " + tessdataDir);
