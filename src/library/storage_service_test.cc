@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
+
 #include "library/disk_space_monitor.h"
 #include "platform/testing/fake_image_codec.h"
 #include "platform/testing/manual_clock.h"
@@ -103,6 +105,14 @@ TEST(DiskSpaceMonitorTest, SeverityBannerAndSnooze) {
   background.runAll();
   main.runAll();
   EXPECT_EQ(monitor.severity(), S::ok);
+
+  // A reading still running when its monitor goes away (a command that
+  // ends at once) touches nothing of the gone monitor.
+  auto brief = std::make_unique<DiskSpaceMonitor>(fs, clock, clock, main, background, "/");
+  brief->start();
+  brief.reset();
+  EXPECT_EQ(background.runAll(), 1u);
+  EXPECT_EQ(main.runAll(), 1u);
 }
 
 }  // namespace
