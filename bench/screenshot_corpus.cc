@@ -58,7 +58,24 @@ void RenderWindow(cairo_t* cr, int width, int height, std::mt19937& rng, bool da
   g_object_unref(layout);
 }
 
+cairo_status_t AppendBytes(void* out, const unsigned char* data, unsigned int length) {
+  static_cast<std::string*>(out)->append(reinterpret_cast<const char*>(data), length);
+  return CAIRO_STATUS_SUCCESS;
+}
+
 }  // namespace
+
+std::string renderScreenshotPng(int width, int height, unsigned seed) {
+  std::mt19937 rng(seed);
+  cairo_surface_t* surface = cairo_image_surface_create(CAIRO_FORMAT_RGB24, width, height);
+  cairo_t* cr = cairo_create(surface);
+  RenderWindow(cr, width, height, rng, seed % 2 == 1);
+  cairo_destroy(cr);
+  std::string png;
+  cairo_surface_write_to_png_stream(surface, AppendBytes, &png);
+  cairo_surface_destroy(surface);
+  return png;
+}
 
 std::vector<CorpusFile> renderScreenshotCorpus(const std::string& folder, int countPerKind) {
   if (VIPS_INIT("klipora-bench") != 0) return {};

@@ -18,4 +18,7 @@ struct CorpusFile {
 // Renders `count` distinct screenshots per size and format into `folder`.
 std::vector<CorpusFile> renderScreenshotCorpus(const std::string& folder, int countPerKind);
 
+// One such screenshot as PNG bytes; each seed gives different text.
+std::string renderScreenshotPng(int width, int height, unsigned seed);
+
 }  // namespace klipora::bench

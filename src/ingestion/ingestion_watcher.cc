@@ -145,12 +145,14 @@ void IngestionWatcher::consider(const std::string& path, bool probablyComplete,
     candidate.path = path;
     candidate.folder = folder;
     candidate.detection = detection;
+    candidate.closed = probablyComplete;
     candidate.firstSeen = deps_.clock.monotonicSeconds();
     if (activeApplication_) candidate.application = activeApplication_->current();
     candidates_.emplace(*resolved, std::move(candidate));
     log::info(kArea, "detected %s (%s)", name.c_str(), detection);
     schedule(*resolved, probablyComplete ? kProbablyCompleteDelay : kMaybeCompleteDelay);
   } else if (probablyComplete) {
+    it->second.closed = true;
     schedule(*resolved, kProbablyCompleteDelay);
   }
 }
@@ -201,7 +203,9 @@ void IngestionWatcher::check(const std::string& resolved) {
     if (readHead && readTail) {
       head = std::move(*readHead);
       completeness = completenessOf(head, *readTail);
-      if (completeness == Completeness::undecided) {
+      const bool markerMayMislead = completeness == Completeness::complete &&
+                                    !candidate.closed && !endMarkerIsConclusive(head);
+      if (completeness == Completeness::undecided || markerMayMislead) {
         completeness = attributes->size == candidate.lastSize ? Completeness::complete
                                                               : Completeness::incomplete;
       }

@@ -85,9 +85,12 @@ class IngestionWatcher {
   static constexpr size_t kPathSetCapacity = 5000;
   static constexpr double kNewFileAge = 30;
   // First look after an event that says the file is probably complete
-  // (closed after writing, renamed into place), and after one that does not.
+  // (closed after writing, renamed into place), and after one that does not
+  // (created: still being written, or linked into place whole, or written
+  // by a tool that closes it seconds later). Both looks are cheap and read
+  // the file's bytes to decide, so neither waits longer than it must.
   static constexpr double kProbablyCompleteDelay = 0.3;
-  static constexpr double kMaybeCompleteDelay = 1.0;
+  static constexpr double kMaybeCompleteDelay = 0.3;
   static constexpr double kRecheckDelay = 0.5;
   static constexpr double kGiveUpAfter = 120;
 
@@ -115,6 +118,7 @@ class IngestionWatcher {
     std::string path;  // as reported, for the log
     const WatchedFolderSnapshot* folder = nullptr;
     const char* detection = "fsevents";
+    bool closed = false;  // closed after writing, or renamed into place
     double firstSeen = 0;
     int64_t lastSize = -1;
     bool checked = false;

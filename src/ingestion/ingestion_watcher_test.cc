@@ -119,10 +119,24 @@ TEST_F(IngestionWatcherTest, ACompleteScreenshotIsHandedOffOnce) {
   // A format without an end marker counts once its size holds still.
   const std::string gif = "/home/u/Pictures/Screenshots/Screenshot From 2024-05-01 10-22-00.gif";
   write(gif, "GIF89a....", Kind::created);
-  clock_.advance(1);
+  clock_.advance(IngestionWatcher::kMaybeCompleteDelay);
   EXPECT_NE(handedOff_.back(), gif);
-  clock_.advance(0.5);
+  clock_.advance(IngestionWatcher::kRecheckDelay);
   EXPECT_EQ(handedOff_.back(), gif);
+
+  // A JPEG still open may end, for now, with the end marker of the thumbnail
+  // in its EXIF block: its size must hold still too, unless it was closed.
+  const std::string jpeg = "/home/u/Pictures/Screenshots/Screenshot From 2024-05-01 10-23-00.jpg";
+  write(jpeg, "\xff\xd8\xff\xe1 exif thumbnail \xff\xd9", Kind::modified);
+  clock_.advance(IngestionWatcher::kMaybeCompleteDelay);
+  EXPECT_NE(handedOff_.back(), jpeg);
+  fs_.addFile(jpeg, "\xff\xd8\xff\xe1 exif thumbnail \xff\xd9 pixels \xff\xd9", clock_.now());
+  folderWatch_.send(Kind::modified, jpeg);
+  clock_.advance(IngestionWatcher::kRecheckDelay);
+  EXPECT_NE(handedOff_.back(), jpeg);
+  folderWatch_.send(Kind::closedWrite, jpeg);
+  clock_.advance(IngestionWatcher::kProbablyCompleteDelay);
+  EXPECT_EQ(handedOff_.back(), jpeg);
 }
 
 TEST_F(IngestionWatcherTest, EachToolsWayOfWritingGivesOneHandOff) {

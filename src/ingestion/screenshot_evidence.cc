@@ -130,4 +130,6 @@ Completeness completenessOf(std::string_view head, std::string_view tail) {
   return Completeness::undecided;
 }
 
+bool endMarkerIsConclusive(std::string_view head) { return head.starts_with(kPngSignature); }
+
 }  // namespace klipora::ingestion

@@ -37,4 +37,10 @@ enum class Completeness { complete, incomplete, undecided };
 // undecided, and complete once its size holds still.
 Completeness completenessOf(std::string_view head, std::string_view tail);
 
+// True when the end marker alone proves the file whole: a PNG's IEND chunk.
+// A JPEG's end-of-image marker also closes the thumbnail inside its EXIF
+// block, so a JPEG that may still be written to needs its size to hold still
+// as well.
+bool endMarkerIsConclusive(std::string_view head);
+
 }  // namespace klipora::ingestion
