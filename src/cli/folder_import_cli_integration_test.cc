@@ -85,6 +85,17 @@ TEST_F(FolderImportCliTest, AScanOfAWatchedFolderImportsWhatArrivedSinceItsCutOf
   EXPECT_EQ(r.out, "Imported 1, already in the library 0, failed 0.\n");
   EXPECT_EQ(runKlipora(home_, {"scan"}).out, "No new screenshots.\n");
   EXPECT_EQ(runKlipora(home_, {"pending"}).out, "Nothing is pending.\n");
+
+  // A paused folder is left alone until it is resumed; what came meanwhile
+  // is found then.
+  r = runKlipora(home_, {"folders", "pause", folder_});
+  EXPECT_NE(r.out.find(folder_ + "  paused"), std::string::npos) << r.out << r.err;
+  write("while-paused.png", image(120));
+  EXPECT_EQ(runKlipora(home_, {"scan"}).out, "No new screenshots.\n");
+  EXPECT_NE(runKlipora(home_, {"folders"}).out.find("(paused, every image)"), std::string::npos);
+  r = runKlipora(home_, {"folders", "resume", folder_});
+  EXPECT_NE(r.out.find(folder_ + "  resumed"), std::string::npos) << r.out << r.err;
+  EXPECT_EQ(runKlipora(home_, {"scan"}).out, "Imported 1, already in the library 0, failed 0.\n");
   r = runKlipora(home_, {"scan", dir_.file("elsewhere")});
   EXPECT_EQ(r.exitCode, 1);
   EXPECT_NE(r.err.find("is not a watched folder"), std::string::npos) << r.err;

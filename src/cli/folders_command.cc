@@ -1,5 +1,5 @@
-// klipora folders [list] | add PATH [--recursive] | remove|enable|disable
-// PATH|ID: the watched folders. The rows live in the store; a running daemon
+// klipora folders [list] | add PATH [--recursive] |
+// remove|enable|disable|pause|resume PATH|ID: the watched folders. The rows live in the store; a running daemon
 // sees the change at once and watches the new set.
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -103,6 +103,11 @@ int RunChange(CliSession& session, const std::string& action, const std::string&
     if (f->id.uuidString() != which && f->path != path && f->path != which) continue;
     if (action == "remove") {
       session.context().remove(f);
+    } else if (action == "pause") {
+      // What arrives while paused is found by the next sweep after resume.
+      if (!f->pausedAt) f->pausedAt = session.platform().clock.now();
+    } else if (action == "resume") {
+      f->pausedAt.reset();
     } else {
       f->isEnabled = action == "enable";
     }
@@ -133,7 +138,7 @@ KLIPORA_COMMAND(folders) {
   add->callback(
       [&session, path, recursive] { session.exitCode = RunAdd(session, *path, *recursive); });
 
-  for (const char* action : {"remove", "enable", "disable"}) {
+  for (const char* action : {"remove", "enable", "disable", "pause", "resume"}) {
     auto* sub = cmd->add_subcommand(action, std::string(action) + " a watched folder");
     auto which = std::make_shared<std::string>();
     sub->add_option("folder", *which, "Its path or id")->required();
