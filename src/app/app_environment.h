@@ -14,6 +14,7 @@
 #include "platform/folder_watch.h"
 #include "platform/image_codec.h"
 #include "platform/language_model.h"
+#include "platform/lexicon.h"
 #include "platform/mount_table_watch.h"
 #include "platform/ocr_engine.h"
 #include "platform/text_embedder.h"
@@ -40,6 +41,9 @@ struct ProcessingPlatform {
   // language model at all when that is empty too.
   intelligence::ModelArbiter* arbiter = nullptr;
   LanguageModelFactory makeLanguageModel = nullptr;
+  // Nouns and adjectives for the keywords of user categories; null: every
+  // word counts.
+  Lexicon* lexicon = nullptr;
 };
 
 struct AppEnvironment {

@@ -17,6 +17,7 @@
 namespace klipora::app {
 
 class AppCoordinator;
+class CustomCategoryService;
 
 class ProcessingQueueService {
  public:
@@ -39,6 +40,9 @@ class ProcessingQueueService {
   virtual void libraryChangedElsewhere() {}
   // Lanes, items in flight, late text, the retry pass.
   virtual processing::ProcessingQueueStatus status() const { return {}; }
+  // The user's categories, learning and sorting beside the queue (null:
+  // none in this build).
+  virtual CustomCategoryService* customCategories() { return nullptr; }
 };
 
 class IngestionWatcherService {

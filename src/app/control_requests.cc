@@ -113,6 +113,7 @@ void ControlRequestHandler::handle(const Json& request, Reply reply) {
   if (command == "scan") return scan(request, std::move(reply));
   if (command == "pending") return pending(request, std::move(reply));
   if (command == "markup-commit") return reply(markupCommit(request));
+  if (command == "file-category") return reply(fileCategory(request));
   reply(errorReply("unknown command: " + command));
 }
 

@@ -29,6 +29,10 @@
 //                                   held above the bulk-import threshold
 //   markup-commit  id snapshot destination   commits a markup edit to an item
 //                                   (overwriteOriginal or newSibling)
+//   file-category  category ids     files screenshots under a user category
+//                                   (category null: out of theirs) and lets
+//                                   the categories learn from the move;
+//                                   answers moved and unknown ids
 //
 // Thread rules: main thread (it uses the main context).
 #pragma once
@@ -38,6 +42,7 @@
 #include <string>
 
 #include "app/app_coordinator.h"
+#include "app/custom_category_service.h"
 #include "library/library_root.h"
 #include "library/record_json.h"
 #include "library/screenshot_item.h"
@@ -62,6 +67,9 @@ struct RequestTarget {
   std::string libraryRoot;
   std::optional<library::LibraryFallbackNotice> fallbackNotice;
   std::optional<int> daemonPid;  // set in the daemon
+  // The user categories' service of a command that made one (the daemon's
+  // is its coordinator's).
+  CustomCategoryService* customCategories = nullptr;
 };
 
 class ControlRequestHandler {
@@ -90,6 +98,7 @@ class ControlRequestHandler {
   void scan(const Json& request, Reply reply);
   void pending(const Json& request, Reply reply);
   Json markupCommit(const Json& request);
+  Json fileCategory(const Json& request);
   library::StorageService* storage();
   static Result<std::vector<UUID>> idsOf(const std::string& command, const Json& request);
 

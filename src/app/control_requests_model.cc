@@ -1,6 +1,8 @@
-// Requests about the language model: its server's endpoint and model name,
-// kept in the user defaults, which the classifier reads before each request.
+// Requests about the language model (its server's endpoint and model name,
+// kept in the user defaults, which the classifier reads before each
+// request) and the user's categories it learns.
 #include "app/control_requests.h"
+#include "library/records.h"
 #include "platform/http_url.h"
 #include "platform/language_model.h"
 
@@ -29,6 +31,41 @@ Json ControlRequestHandler::model(const Json& request) {
   }
   if (!written.ok()) return errorReply("cannot save the model setting: " + written.message());
   return {{"ok", true}, {"endpoint", endpoint}, {"model", name.is_string() ? name : Json()}};
+}
+
+Json ControlRequestHandler::fileCategory(const Json& request) {
+  CustomCategoryService* service = target_.customCategories;
+  if (target_.coordinator && target_.coordinator->processingQueue()) {
+    service = target_.coordinator->processingQueue()->customCategories();
+  }
+  if (!service) return errorReply("this library has no processing to learn the categories");
+  const Json category = request.value("category", Json());
+  std::optional<UUID> categoryID;
+  if (category.is_string()) {
+    categoryID = UUID::Parse(category.get<std::string>());
+    if (!categoryID) return errorReply("\"" + category.get<std::string>() + "\" is not a category id");
+    auto found = target_.context.fetchByKey<library::CustomCategory>(categoryID->uuidString());
+    if (!found) return errorReply("cannot read the categories: " + found.error().message());
+    if (!*found) return errorReply("no category has the id " + categoryID->uuidString());
+  } else if (!category.is_null()) {
+    return errorReply("file-category needs \"category\" (an id or null)");
+  }
+  if (!request.contains("ids") || !request["ids"].is_array()) {
+    return errorReply("file-category needs an \"ids\" list");
+  }
+  std::vector<std::string> ids;
+  for (const auto& id : request["ids"]) {
+    if (!id.is_string()) return errorReply("every id must be a string");
+    ids.push_back(id.get<std::string>());
+  }
+  auto report = service->file(categoryID, ids);
+  if (!report) return errorReply("cannot save the filing: " + report.error().message());
+  Json moved = Json::array();
+  for (const auto& id : report->moved) moved.push_back(id.uuidString());
+  return {{"ok", true},
+          {"category", categoryID ? Json(categoryID->uuidString()) : Json(nullptr)},
+          {"moved", std::move(moved)},
+          {"unknown", report->unknown}};
 }
 
 }  // namespace klipora::app

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "app/app_coordinator.h"
+#include "app/custom_category_service.h"
 #include "app/model_services.h"
 #include "app/watcher_service.h"
 #include "intelligence/classification_service.h"
@@ -68,6 +69,17 @@ class ProcessingService final : public ProcessingQueueService {
         .customCategories = *custom_,
         .embedder = embedder,
     });
+    categories_ = std::make_unique<CustomCategoryService>(CustomCategoryServiceDeps{
+        .context = context,
+        .clock = env_.clock,
+        .timers = env_.timers,
+        .userDefaults = env_.userDefaults,
+        .lexicon = platform.lexicon,
+        .embedder = *models_.categoryEmbedder,
+        .model = *arbiter_,
+        .scorer = *queue_,
+        .notifications = &notifications_,
+    });
   }
 
   // Work still running on the pools uses what this service owns: it
@@ -85,6 +97,9 @@ class ProcessingService final : public ProcessingQueueService {
     queue_->start();
     if (!warmedUp_) {
       warmedUp_ = true;
+      // Categories that arrived while nothing ran (a settings file, an
+      // exported library) get their keywords and centroid first.
+      categories_->healArrivedCategories();
       if (keepWarm_) recognition_.post([ocr = ocr_.get()] { ocr->warmUp(); });
       arbiter_->warmUp(!custom_->categories().empty());
     }
@@ -107,9 +122,12 @@ class ProcessingService final : public ProcessingQueueService {
   processing::ProcessingQueueStatus status() const override { return queue_->status(); }
   // User categories or filings changed in another process (`klipora
   // categories`): the matcher reads them again before the next match.
+  // Categories that arrived that way are repaired here.
   void libraryChangedElsewhere() override {
     notifications_.post(notifications::kCustomCategoriesDidChange);
+    categories_->healArrivedCategories();
   }
+  CustomCategoryService* customCategories() override { return categories_.get(); }
 
   processing::ProcessingQueue& queue() { return *queue_; }
 
@@ -129,6 +147,8 @@ class ProcessingService final : public ProcessingQueueService {
   intelligence::ModelArbiter* arbiter_ = nullptr;
   std::unique_ptr<intelligence::CustomCategoryMatcher> custom_;
   std::unique_ptr<processing::ProcessingQueue> queue_;
+  // After the queue, its scorer; destroyed first.
+  std::unique_ptr<CustomCategoryService> categories_;
   bool warmedUp_ = false;
 };
 

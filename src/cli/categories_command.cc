@@ -12,14 +12,12 @@
 #include <CLI/CLI.hpp>
 #include <iostream>
 
-#include "app/model_services.h"
+#include "app/custom_category_service.h"
+#include "app/processing_service.h"
 #include "cli/cli_session.h"
 #include "cli/command_registry.h"
 #include "cli/daemon_client.h"
 #include "intelligence/custom_category_catalog.h"
-#include "intelligence/custom_category_learner.h"
-#include "intelligence/custom_category_sorter.h"
-#include "intelligence/semantic_custom_category_matcher.h"
 #include "library/record_json.h"
 
 namespace klipora::cli {
@@ -28,55 +26,22 @@ namespace {
 using Json = nlohmann::ordered_json;
 using library::CustomCategory;
 
-// A lexicon that knows no word: every word of a description is kept.
-class NoLexicon final : public Lexicon {
- public:
-  bool isAvailable() override { return false; }
-  std::optional<std::string> nounOrAdjectiveBase(std::string_view) override {
-    return std::nullopt;
-  }
-};
-
-// What the category commands work with, on the store of the session.
+// What the category commands work with: the engine's processing, made for
+// this command on its store, with the user categories' service beside it.
+// Its queue is not started; the sorter scores through it.
 struct Categories {
   explicit Categories(CliSession& session)
-      : models(app::makeModelServices(session.platform().makeLanguageModel,
-                                      session.userDefaults(), session.platform().clock,
-                                      session.platform().fileSystem,
-                                      session.platform().imageCodec,
-                                      session.platform().background)),
-        lexicon(session.platform().lexicon ? *session.platform().lexicon : noLexicon),
-        builder(lexicon, *models.categoryEmbedder, *models.arbiter),
-        catalog(session.context(), session.platform().clock, builder) {}
+      : env(session.environment()),
+        saver(session.context(), session.platform().mainLoop),
+        processing(app::makeProcessingService(env, session.context(), saver, /*items=*/1)),
+        service(*processing->customCategories()),
+        catalog(service.catalog()) {}
 
-  NoLexicon noLexicon;
-  app::ModelServices models;
-  Lexicon& lexicon;
-  intelligence::CustomCategoryKeywordBuilder builder;
-  intelligence::CustomCategoryCatalog catalog;
-};
-
-// The matcher's verdict for one category, for the sorter.
-class MatcherScorer final : public intelligence::CustomSortScorer {
- public:
-  explicit MatcherScorer(intelligence::SemanticCustomCategoryMatcher& matcher)
-      : matcher_(matcher) {}
-  bool belongs(const UUID& categoryID, const library::ScreenshotItem& item) override {
-    intelligence::CustomMatchInput input{.ocrText = item.ocrText.value_or(""),
-                                         .classificationLabels = {},
-                                         .featurePrint = std::nullopt};
-    for (const auto& label : item.classificationLabels()) {
-      input.classificationLabels.push_back({label, std::nullopt});
-    }
-    if (input.ocrText.empty() && input.classificationLabels.empty()) return false;
-    for (const auto& score : matcher_.scores(input)) {
-      if (score.id == categoryID) return score.matches;
-    }
-    return false;
-  }
-
- private:
-  intelligence::SemanticCustomCategoryMatcher& matcher_;
+  app::AppEnvironment env;
+  processing::ProcessingSaveCoalescer saver;
+  std::unique_ptr<app::ProcessingQueueService> processing;
+  app::CustomCategoryService& service;
+  intelligence::CustomCategoryCatalog& catalog;
 };
 
 std::optional<int64_t> AutoSort(CliSession& session, Categories& c,
@@ -198,15 +163,9 @@ int RunChange(CliSession& session, const std::string& action, const std::string&
 // Sorts the library's screenshots into `category`, with a progress line per
 // batch on standard error.
 klipora::Result<intelligence::CustomCategorySorter::Result> SortInto(
-    CliSession& session, Categories& c, const CustomCategory& category) {
-  intelligence::SemanticCustomCategoryMatcher matcher(session.context(),
-                                                      *c.models.categoryEmbedder,
-                                                      &session.userDefaults());
-  matcher.reload();
-  MatcherScorer scorer(matcher);
-  intelligence::CustomCategorySorter sorter(session.context(), session.platform().clock, scorer);
+    Categories& c, const CustomCategory& category) {
   const std::string name = category.name;
-  return sorter.sort(category.id, [&](const intelligence::CustomSortProgress& p) {
+  return c.service.sorter().sort(category.id, [&](const intelligence::CustomSortProgress& p) {
     std::cerr << "Sorting into \"" << name << "\": " << static_cast<int>(p.fraction() * 100)
               << "% (" << p.examined << " of " << p.total << "), " << p.assigned << " filed\n";
   });
@@ -222,7 +181,7 @@ std::string FiledLine(int64_t count, const std::string& name) {
 std::optional<int64_t> AutoSort(CliSession& session, Categories& c,
                                 const CustomCategory& category) {
   if (!session.settings().customCategoryAutoAssignEnabled) return std::nullopt;
-  auto result = SortInto(session, c, category);
+  auto result = SortInto(c, category);
   if (!result) {
     std::cerr << "klipora: cannot sort the library into \"" << category.name
               << "\": " << result.error().message() << "\n";
@@ -236,7 +195,7 @@ int RunApply(CliSession& session, const std::string& which, bool json) {
   Categories c(session);
   auto category = c.catalog.find(which);
   if (!category) return Fail("cannot apply the category", category.error());
-  auto result = SortInto(session, c, **category);
+  auto result = SortInto(c, **category);
   if (!result) return Fail("cannot sort into \"" + (*category)->name + "\"", result.error());
   TellDaemon(session);
   if (json) {
@@ -250,48 +209,46 @@ int RunApply(CliSession& session, const std::string& which, bool json) {
 }
 
 // Files screenshots under `which` (or, without it, takes them out of their
-// category) and lets the categories concerned learn from the move.
+// category). The categories concerned learn from the move: in the daemon
+// when one runs, else here and now.
 int RunFile(CliSession& session, const std::optional<std::string>& which,
             const std::vector<std::string>& ids, bool json) {
   if (!session.openLibrary()) return session.exitCode;
-  Categories c(session);
+  std::optional<Categories> c;
+  c.emplace(session);
   std::optional<std::shared_ptr<CustomCategory>> target;
   if (which) {
-    auto found = c.catalog.find(*which);
+    auto found = c->catalog.find(*which);
     if (!found) return Fail("cannot file into the category", found.error());
     target = *found;
   }
-  std::vector<intelligence::CustomCategoryLearner::Move> leaving, joining;
-  int status = kExitOk;
-  Json moved = Json::array();
-  for (const auto& text : ids) {
-    auto id = UUID::Parse(text);
-    auto item = id ? session.context().fetchByKey<library::ScreenshotItem>(id->uuidString())
-                   : klipora::Result<std::shared_ptr<library::ScreenshotItem>>(nullptr);
-    if (!item || !*item || (*item)->isTrashed()) {
-      std::cerr << "klipora: no screenshot with id " << text << "\n";
-      status = kExitFailure;
-      continue;
-    }
-    auto& screenshot = **item;
-    const std::optional<UUID> before = screenshot.customCategoryID;
-    const std::optional<UUID> after = target ? std::optional<UUID>((*target)->id) : std::nullopt;
-    if (before == after) continue;
-    const std::string ocr = screenshot.ocrText.value_or("");
-    if (before) leaving.emplace_back(screenshot.id, *before, ocr);
-    if (after) joining.emplace_back(screenshot.id, *after, ocr);
-    screenshot.customCategoryID = after;
-    moved.push_back(screenshot.id.uuidString());
+  Json request = app::makeRequest("file-category");
+  request["category"] = target ? Json((*target)->id.uuidString()) : Json(nullptr);
+  request["ids"] = ids;
+  std::optional<app::Json> reply;
+  if (runningDaemon(session)) {
+    c.reset();  // the daemon's service learns; this one would only wait
+    auto answered = runLibraryRequest(session, request);
+    if (!answered) return session.exitCode;
+    reply = std::move(answered->reply);
+  } else {
+    auto direct = storeRequestTarget(session, nullptr);
+    direct.customCategories = &c->service;
+    app::ControlRequestHandler(direct).handle(request, [&](app::Json r) { reply = std::move(r); });
+    c->service.learner().runPendingNow();
   }
-  if (Status s = session.context().save(); !s.ok()) return Fail("cannot save the filing", s);
-  intelligence::CustomCategoryLearner learner(session.context(), session.platform().mainLoop,
-                                              *c.models.categoryEmbedder, session.userDefaults());
-  learner.retrain(leaving, joining);
-  learner.runPendingNow();
-  TellDaemon(session);
+  if (!reply->value("ok", false)) {
+    std::cerr << "klipora: cannot file the screenshots: " << replyError(*reply) << "\n";
+    return kExitFailure;
+  }
+  const auto& moved = (*reply)["moved"];
+  int status = kExitOk;
+  for (const auto& unknown : (*reply)["unknown"]) {
+    std::cerr << "klipora: no screenshot with id " << unknown.get<std::string>() << "\n";
+    status = kExitFailure;
+  }
   if (json) {
-    printJson(Json{{"category", target ? Json((*target)->id.uuidString()) : Json(nullptr)},
-                   {"moved", moved}});
+    printJson(Json{{"category", (*reply)["category"]}, {"moved", moved}});
   } else if (target) {
     std::cout << "Filed " << moved.size() << " screenshot" << (moved.size() == 1 ? "" : "s")
               << " into \"" << (*target)->name << "\".\n";

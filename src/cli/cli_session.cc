@@ -16,7 +16,8 @@ CliSession::CliSession(app::AppPlatform& platform)
       processing_{.ocrEngines = platform.ocrEngines,
                   .recognition = platform.recognition,
                   .labels = platform.labels,
-                  .makeLanguageModel = platform.makeLanguageModel} {}
+                  .makeLanguageModel = platform.makeLanguageModel,
+                  .lexicon = platform.lexicon} {}
 
 app::AppEnvironment CliSession::environment() {
   return app::AppEnvironment{

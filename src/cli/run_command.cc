@@ -87,6 +87,7 @@ int RunDaemon(CliSession& session, bool quiet, bool login) {
       .labels = platform.labels,
       .freshRecognition = &platform.freshRecognition,
       .makeLanguageModel = platform.makeLanguageModel,
+      .lexicon = platform.lexicon,
   };
   app::AppEnvironment env{
       .fileSystem = fs,

@@ -67,7 +67,10 @@ void CustomCategoryLearner::run(const UUID& categoryID) {
   running_.insert(categoryID);
   Status done = apply(categoryID, job);
   running_.erase(categoryID);
-  if (done.ok()) return;
+  if (done.ok()) {
+    if (onLearned) onLearned(categoryID);
+    return;
+  }
   ++job.attempts;
   if (job.attempts >= kMaxAttempts) {
     log::warning("Processing", "learn GAVE UP cat=%s after %d attempts: %s",

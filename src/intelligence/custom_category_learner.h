@@ -11,6 +11,7 @@
 // Thread rules: the thread that owns the context and fires the timers.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <set>
 #include <string>
@@ -54,6 +55,9 @@ class CustomCategoryLearner {
   void runPendingNow();
 
   bool hasPending(const UUID& categoryID) const { return pending_.count(categoryID) > 0; }
+
+  // Called after a run stored what it learned for a category.
+  std::function<void(const UUID&)> onLearned;
 
  private:
   void schedule(const UUID& categoryID);

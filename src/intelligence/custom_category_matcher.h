@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "intelligence/model_arbiter.h"
+#include "library/screenshot_item.h"
 #include "library/sql_value.h"
 
 namespace klipora::intelligence {
@@ -42,7 +43,16 @@ class CustomCategoryMatcher {
   // The reference sets (keywords, examples) are rebuilt before the next match.
   virtual void markStale() = 0;
   virtual std::optional<CustomMatch> match(const CustomMatchInput& input) = 0;
+  // Whether the input belongs to that one category, whatever the others
+  // score (sorting the library into a category); nothing for a category it
+  // does not know. Uses the reference sets categories() loaded last.
+  virtual std::optional<CustomMatch> matchCategory(const UUID& categoryID,
+                                                   const CustomMatchInput& input) = 0;
 };
+
+// What the matchers compare of a screenshot already in the library: its
+// text, image labels and feature print.
+CustomMatchInput customMatchInputOf(const library::ScreenshotItem& item);
 
 // The matcher of a library without user categories.
 std::unique_ptr<CustomCategoryMatcher> makeNoCustomCategoryMatcher();

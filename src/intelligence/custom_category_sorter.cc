@@ -52,6 +52,7 @@ klipora::Result<CustomCategorySorter::Result> CustomCategorySorter::sort(
     finish({categoryID, 0, true, clock_.now()});
     return Err(total.error());
   }
+  scorer_.prepareToScore(categoryID);
   CustomSortProgress report{categoryID, 0, *total, 0};
   log::info("Processing", "custom-sort START category=%s candidates=%lld",
             categoryID.uuidString().c_str(), static_cast<long long>(*total));

@@ -21,11 +21,14 @@
 
 namespace klipora::intelligence {
 
-// Decides whether one screenshot belongs to one category. The processing
-// queue provides the real one; the matcher's scores do for a command.
+// Decides whether one screenshot belongs to one category: the processing
+// queue, which matches by the evidence it matches new screenshots with.
+// Called on the sorter's thread.
 class CustomSortScorer {
  public:
   virtual ~CustomSortScorer() = default;
+  // Once before a run: the category may be new or changed.
+  virtual void prepareToScore(const UUID& categoryID) { (void)categoryID; }
   virtual bool belongs(const UUID& categoryID, const library::ScreenshotItem& item) = 0;
 };
 

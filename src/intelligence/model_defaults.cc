@@ -29,6 +29,9 @@ class NoCustomCategoryMatcher final : public CustomCategoryMatcher {
   std::vector<CustomCategoryDescriptor> categories() override { return {}; }
   void markStale() override {}
   std::optional<CustomMatch> match(const CustomMatchInput&) override { return std::nullopt; }
+  std::optional<CustomMatch> matchCategory(const UUID&, const CustomMatchInput&) override {
+    return std::nullopt;
+  }
 };
 
 }  // namespace

@@ -52,6 +52,16 @@ const CustomCategoryThresholds kCustomCategoryThresholds = {
     .antiExemplar = 0.55,
 };
 
+CustomMatchInput customMatchInputOf(const library::ScreenshotItem& item) {
+  CustomMatchInput input{.ocrText = item.ocrText.value_or(""),
+                         .classificationLabels = {},
+                         .featurePrint = item.featurePrintData};
+  for (const auto& label : item.classificationLabels()) {
+    input.classificationLabels.push_back({label, std::nullopt});
+  }
+  return input;
+}
+
 std::string antiExemplarKey(const UUID& categoryID) {
   return "CustomCategoryLearner.antiExemplars." + categoryID.uuidString();
 }
@@ -187,17 +197,33 @@ std::vector<CustomCategoryScore> SemanticCustomCategoryMatcher::scores(
   return out;
 }
 
+namespace {
+
+CustomMatch Explained(const CustomCategoryScore& s) {
+  char explanation[160];
+  std::snprintf(explanation, sizeof explanation,
+                "keywords %d, semantic %.2f, exemplar %.2f, anti-exemplar %.2f", s.keywordHit,
+                s.semantic, s.bestExemplar, s.bestAntiExemplar);
+  return CustomMatch{s.id, s.score, explanation};
+}
+
+}  // namespace
+
 std::optional<CustomMatch> SemanticCustomCategoryMatcher::match(const CustomMatchInput& input) {
   std::optional<CustomCategoryScore> best;
   for (const auto& s : scores(input)) {
     if (s.matches && (!best || s.score > best->score)) best = s;
   }
   if (!best) return std::nullopt;
-  char explanation[160];
-  std::snprintf(explanation, sizeof explanation,
-                "keywords %d, semantic %.2f, exemplar %.2f, anti-exemplar %.2f", best->keywordHit,
-                best->semantic, best->bestExemplar, best->bestAntiExemplar);
-  return CustomMatch{best->id, best->score, explanation};
+  return Explained(*best);
+}
+
+std::optional<CustomMatch> SemanticCustomCategoryMatcher::matchCategory(
+    const UUID& categoryID, const CustomMatchInput& input) {
+  for (const auto& s : scores(input)) {
+    if (s.id == categoryID) return s.matches ? std::optional(Explained(s)) : std::nullopt;
+  }
+  return std::nullopt;
 }
 
 }  // namespace klipora::intelligence

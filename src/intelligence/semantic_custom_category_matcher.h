@@ -63,6 +63,8 @@ class SemanticCustomCategoryMatcher final : public CustomCategoryMatcher {
   std::vector<CustomCategoryDescriptor> categories() override;
   void markStale() override;
   std::optional<CustomMatch> match(const CustomMatchInput& input) override;
+  std::optional<CustomMatch> matchCategory(const UUID& categoryID,
+                                           const CustomMatchInput& input) override;
 
   // Reads the categories and their references again if they are stale.
   void reload();

@@ -41,6 +41,7 @@
 
 #include "intelligence/category_resolver.h"
 #include "intelligence/custom_category_matcher.h"
+#include "intelligence/custom_category_sorter.h"
 #include "intelligence/model_arbiter.h"
 #include "library/model_context.h"
 #include "platform/clock.h"
@@ -98,12 +99,12 @@ struct ProcessingQueueStatus {
   bool retryPassRunning = false;
 };
 
-class ProcessingQueue {
+class ProcessingQueue final : public intelligence::CustomSortScorer {
  public:
   static constexpr char kRecoveredTimeoutsKey[] = "ProcessingQueue.recoveredTimeoutFailures.v1";
 
   explicit ProcessingQueue(ProcessingQueueDeps deps, ProcessingQueueConfig config = {});
-  ~ProcessingQueue();
+  ~ProcessingQueue() override;
   ProcessingQueue(const ProcessingQueue&) = delete;
   ProcessingQueue& operator=(const ProcessingQueue&) = delete;
 
@@ -128,6 +129,12 @@ class ProcessingQueue {
   std::vector<UUID> sweepStuckItems(double staleAfter);
   void recoverTimeoutFailures();
   void requestOCRRetrySoon();
+
+  // Scoring for the sorter of a user category: the evidence new screenshots
+  // are matched with (text, image labels, feature print, the category's
+  // examples and the user's corrections), against that one category.
+  void prepareToScore(const UUID& categoryID) override;
+  bool belongs(const UUID& categoryID, const library::ScreenshotItem& item) override;
 
   std::vector<UUID> inFlightIDs() const;
   ProcessingQueueStatus status() const;

@@ -1,5 +1,6 @@
 // Late results stored after their run went on without them, the custom
-// category re-match that follows, and the missing-text retry pass.
+// category re-match that follows, the scoring of existing screenshots for a
+// user category, and the missing-text retry pass.
 #include "library/screenshot_item.h"
 #include "platform/log.h"
 #include "processing/processing_queue.h"
@@ -103,12 +104,7 @@ void ProcessingQueue::rematchCustom(const UUID& id) {
       if (item && onItemBackfilled) onItemBackfilled(id);
       return;
     }
-    intelligence::CustomMatchInput input{.ocrText = item->ocrText.value_or(""),
-                                         .classificationLabels = {},
-                                         .featurePrint = item->featurePrintData};
-    for (const auto& label : item->classificationLabels()) {
-      input.classificationLabels.push_back({label, std::nullopt});
-    }
+    auto input = intelligence::customMatchInputOf(*item);
     deps_.workers.post([this, id, input, alive] {
       auto match = deps_.customCategories.match(input);
       deps_.mainThread.post([this, id, match, alive] {
@@ -126,6 +122,17 @@ void ProcessingQueue::rematchCustom(const UUID& id) {
       });
     });
   });
+}
+
+void ProcessingQueue::prepareToScore(const UUID&) {
+  // Loads the categories and their references again when they changed.
+  (void)deps_.customCategories.categories();
+}
+
+bool ProcessingQueue::belongs(const UUID& categoryID, const ScreenshotItem& item) {
+  auto input = intelligence::customMatchInputOf(item);
+  if (input.ocrText.empty() && input.classificationLabels.empty()) return false;
+  return deps_.customCategories.matchCategory(categoryID, input).has_value();
 }
 
 void ProcessingQueue::requestOCRRetrySoon() {

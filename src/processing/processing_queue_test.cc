@@ -2,7 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include "intelligence/custom_category_sorter.h"
+#include "intelligence/hashed_ngram_embedder.h"
+#include "intelligence/semantic_custom_category_matcher.h"
 #include "library/model_container.h"
+#include "library/records.h"
 #include "library/screenshot_item.h"
 #include "platform/testing/log_capture.h"
 #include "platform/testing/manual_clock.h"
@@ -334,6 +338,52 @@ TEST_F(ProcessingQueueTest, TimedOutItemsAreRecoveredOnceAtStart) {
   EXPECT_EQ(item(old)->processingState(), ProcessingState::complete);
   EXPECT_TRUE(log_.contains("re-queueing 1 item(s) failed by the old 120s OCR stall"));
   EXPECT_TRUE(defaults_.boolForKey(ProcessingQueue::kRecoveredTimeoutsKey));
+}
+
+// Sorting the library into a user category scores each screenshot through
+// the queue, by the evidence new screenshots are matched with.
+TEST_F(ProcessingQueueTest, SortsExistingScreenshotsIntoAUserCategoryThroughTheQueue) {
+  auto categoryEmbedder = intelligence::makeHashedNgramEmbedder();
+  custom_ = std::make_unique<intelligence::SemanticCustomCategoryMatcher>(
+      context(), *categoryEmbedder, &defaults_);
+  makeQueue({});
+  auto cars = std::make_shared<library::CustomCategory>();
+  cars->name = "Cars";
+  cars->categoryDescription = "car dealer listings";
+  cars->setKeywords({"car", "dealer", "listing"});
+  context().insert(cars);
+  auto existing = [&](const std::string& text, std::vector<std::string> labels = {}) {
+    auto id = addItem(text + ".png", ProcessingState::complete);
+    auto it = item(id);
+    it->ocrText = text;
+    it->setClassificationLabels(labels);
+    EXPECT_TRUE(context().save().ok());
+    return id;
+  };
+  auto listing = existing("Used car dealer listing: blue sedan, 40,000 km, one owner");
+  auto byLabel = existing("Blue sedan, one owner", {"car"});
+  auto notes = existing("Quarterly budget meeting notes: hiring plan and travel costs");
+  auto blank = existing("");
+
+  intelligence::CustomCategorySorter sorter(context(), clock_, *queue_);
+  auto result = sorter.sort(cars->id);
+  ASSERT_TRUE(result) << result.error().message();
+  EXPECT_EQ(result->assigned, 1);
+  EXPECT_EQ(item(listing)->customCategoryID, cars->id);
+  EXPECT_FALSE(item(notes)->customCategoryID.has_value());
+  EXPECT_FALSE(item(blank)->customCategoryID.has_value());
+  // One keyword, as an image label, without a likeness of the text: not enough.
+  EXPECT_FALSE(item(byLabel)->customCategoryID.has_value());
+
+  // A screenshot the user took out of the category keeps look-alikes out.
+  ASSERT_TRUE(defaults_.setStringList(intelligence::antiExemplarKey(cars->id),
+                                      {"Used car dealer listing: red coupe, 90,000 km"}).ok());
+  custom_->markStale();
+  auto lookAlike = existing("Used car dealer listing: red coupe, 80,000 km");
+  queue_->prepareToScore(cars->id);
+  EXPECT_FALSE(queue_->belongs(cars->id, *item(lookAlike)));
+  EXPECT_TRUE(queue_->belongs(cars->id, *item(listing)));
+  EXPECT_FALSE(queue_->belongs(UUID::Random(), *item(listing)));
 }
 
 }  // namespace
