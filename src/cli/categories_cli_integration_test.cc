@@ -150,5 +150,22 @@ TEST_F(CategoriesCliTest, RenameDescribeDeleteAndMistakes) {
   EXPECT_EQ(r.exitCode, 2);
 }
 
+// Categories that arrive by a settings file come with keywords (or none)
+// but never a centroid: the library gives them theirs.
+TEST_F(CategoriesCliTest, CategoriesFromASettingsFileAreRepaired) {
+  const std::string file = dir_.file("Klipora-Settings.json");
+  std::ofstream(file) << R"({"format": "klipora-settings", "customCategories": [
+      {"name": "Boats", "description": "sailing boats", "keywords": ["boat", "sail"]},
+      {"name": "Hiking", "description": "mountain trails and hiking maps"}]})";
+  auto r = klipora({"settings", "import", file});
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  auto all = categories();
+  ASSERT_EQ(all.size(), 2u) << all.dump();
+  EXPECT_EQ(all[0]["keywords"], (json{"boat", "sail"}));
+  EXPECT_EQ(all[0]["centroid"], true);
+  EXPECT_EQ(all[1]["keywords"], (json{"mountain", "trail", "hiking", "map"}));
+  EXPECT_EQ(all[1]["centroid"], true);
+}
+
 }  // namespace
 }  // namespace klipora

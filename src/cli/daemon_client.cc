@@ -4,6 +4,8 @@
 #include <iostream>
 #include <thread>
 
+#include "app/custom_category_service.h"
+#include "app/processing_service.h"
 #include "cli/command_registry.h"
 
 namespace klipora::cli {
@@ -84,6 +86,19 @@ std::optional<LibraryReply> runLibraryRequest(CliSession& session, const app::Js
     return std::nullopt;
   }
   return LibraryReply{std::move(*reply), false};
+}
+
+void libraryChangedHere(CliSession& session) {
+  if (runningDaemon(session)) {
+    (void)runLibraryRequest(session, app::makeRequest("reload"), 10);
+    return;
+  }
+  auto env = session.environment();
+  processing::ProcessingSaveCoalescer saver(session.context(), session.platform().mainLoop);
+  auto processing = app::makeProcessingService(env, session.context(), saver, /*items=*/1);
+  if (auto* categories = processing ? processing->customCategories() : nullptr) {
+    categories->healArrivedCategories();
+  }
 }
 
 }  // namespace klipora::cli

@@ -32,6 +32,11 @@ app::RequestTarget storeRequestTarget(CliSession& session, app::AppCoordinator* 
 std::optional<LibraryReply> runLibraryRequest(CliSession& session, const app::Json& request,
                                               double timeoutSeconds = 600);
 
+// After this command changed the store: a running daemon reads it again;
+// without one, user categories that arrived (a settings file, an exported
+// library) get their keywords and centroid here.
+void libraryChangedHere(CliSession& session);
+
 // The text of a reply's "error", for messages.
 std::string replyError(const app::Json& reply);
 

@@ -78,9 +78,7 @@ int RunImportExport(CliSession& session, const std::string& folder, bool json) {
     if (item.outcome == portability::ExportImportOutcome::failed) std::cerr << item.error << "\n";
   }
   // A running daemon processes the items that were not finished at once.
-  if (report.imported > 0 && runningDaemon(session)) {
-    (void)runLibraryRequest(session, app::makeRequest("reload"), 10);
-  }
+  if (report.imported > 0) libraryChangedHere(session);
   if (json) {
     app::Json items = app::Json::array();
     for (const auto& item : report.items) {

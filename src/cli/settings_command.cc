@@ -104,9 +104,7 @@ int RunImportSettings(CliSession& session, const std::string& given, bool json) 
     return kExitFailure;
   }
   for (const auto& w : summary->warnings) std::cerr << "klipora: warning: " << file << ": " << w << "\n";
-  if (!summary->changes.empty() && runningDaemon(session)) {
-    (void)runLibraryRequest(session, app::makeRequest("reload"), 10);
-  }
+  if (!summary->changes.empty()) libraryChangedHere(session);
   if (json) {
     printJson({{"file", file}, {"changes", summary->changes}, {"warnings", summary->warnings}});
     return kExitOk;
