@@ -134,20 +134,23 @@ TEST_F(BadInputCliTest, EveryKindOfBadFileIsNamedWithItsCauseAndLeavesNothingBeh
       {"truncated JPEG", one("cut.jpg", jpeg.substr(0, jpeg.size() / 2)), 0, "", ""},
       {"truncated WebP", one("cut.webp", webp.substr(0, webp.size() / 2)), 1,
        "Could not read the file.", damaged},
-      {"truncated HEIC", one("cut.heic", std::string("\0\0\0\x18" "ftypheic\0\0\0\0mif1heic", 24)),
+      {"truncated HEIC",
+       one("cut.heic", std::string("\0\0\0\x18"
+                                   "ftypheic\0\0\0\0mif1heic",
+                                   24)),
        1, "Could not read the file.", damaged},
       {"wrong magic", one("magic.png", "\x89PNX\r\n\x1a\n" + png.substr(8)), 1,
        "Could not read the file.", notReadable},
       {"text named .png", one("notes.png", "these are my notes\n"), 1, "Could not read the file.",
        notReadable},
-      {"30000×30000 decompression bomb", one("bomb.png", testing::makeDeclaredHugePng(30000, 30000)),
-       0, "", ""},
+      {"30000×30000 decompression bomb",
+       one("bomb.png", testing::makeDeclaredHugePng(30000, 30000)), 0, "", ""},
       {"16-bit PNG", one("deep.png", makeTestImage(sixteen)), 0, "", ""},
       {"CMYK JPEG", one("cmyk.jpg", CmykJpeg()), 0, "", ""},
       {"grey+alpha PNG", one("grey-alpha.png", makeTestImage(greyAlpha)), 0, "", ""},
       {"animated GIF", one("moving.gif", AnimatedGif()), 0, "", ""},
-      {"JPEG named .png", one("really-a-jpeg.png", makeTestImage(imageOptions(90, 60, ".jpg"))),
-       0, "", ""},
+      {"JPEG named .png", one("really-a-jpeg.png", makeTestImage(imageOptions(90, 60, ".jpg"))), 0,
+       "", ""},
       {"unsupported type", one("notes.pdf", "%PDF-1.4\n"), 1, "Unsupported file type: pdf",
        "Klipora takes .png, .jpg, .jpeg, .jpe, .jfif, .tif, .tiff, .heic, .heif, .webp, .avif, "
        ".gif, .bmp and .ico files"},
@@ -159,7 +162,8 @@ TEST_F(BadInputCliTest, EveryKindOfBadFileIsNamedWithItsCauseAndLeavesNothingBeh
          fs::create_directories(dir_.file("folder.png"));
          return std::vector<std::string>{dir_.file("folder.png")};
        },
-       1, "Could not read the file.", "it is a folder"},
+       1, "Could not read the file.",
+       "it is a folder; klipora import --folder imports the screenshots in it"},
       {"a FIFO",
        [this] {
          ::mkfifo(dir_.file("fifo.png").c_str(), 0644);
@@ -205,10 +209,10 @@ TEST_F(BadInputCliTest, EveryKindOfBadFileIsNamedWithItsCauseAndLeavesNothingBeh
        1, "Could not read the file.", "no permission to read it", WithoutPermissionOverride()},
       {"a vanished file", [this] { return std::vector<std::string>{dir_.file("gone.png")}; }, 1,
        "Could not read the file.", "no such file; it may have been moved or deleted"},
-      {"a name with a newline", one("two\nlines.png", makeTestImage(imageOptions(41, 30))), 0,
-       "", ""},
-      {"a name with emoji", one("\U0001F4F7 shot.png", makeTestImage(imageOptions(42, 30))), 0,
-       "", ""},
+      {"a name with a newline", one("two\nlines.png", makeTestImage(imageOptions(41, 30))), 0, "",
+       ""},
+      {"a name with emoji", one("\U0001F4F7 shot.png", makeTestImage(imageOptions(42, 30))), 0, "",
+       ""},
       {"a name with a leading dash",
        [this] {
          return std::vector<std::string>{write("-dash.png", makeTestImage(imageOptions(43, 30)))};
@@ -218,8 +222,7 @@ TEST_F(BadInputCliTest, EveryKindOfBadFileIsNamedWithItsCauseAndLeavesNothingBeh
        [this] {
          // A real PNG followed by 200 MB the decoder never needs.
          std::string path = write("huge.png", makeTestImage(imageOptions(44, 30)));
-         std::ofstream(path, std::ios::binary | std::ios::app)
-             << std::string(200 << 20, '\x5a');
+         std::ofstream(path, std::ios::binary | std::ios::app) << std::string(200 << 20, '\x5a');
          return std::vector<std::string>{path};
        },
        0, "", ""},
@@ -270,7 +273,8 @@ TEST_F(BadInputCliTest, BrokenLibrariesAndFullDisksFailCleanly) {
     std::ofstream(home + "/Klipora.store") << std::string(8192, 'z');
     auto r = runKlipora(home, {"import", shot});
     EXPECT_EQ(r.exitCode, 3);
-    EXPECT_NE(r.err.find("Could not open Klipora library. Your data is safe at"), std::string::npos);
+    EXPECT_NE(r.err.find("Could not open Klipora library. Your data is safe at"),
+              std::string::npos);
     EXPECT_NE(r.err.find("file is not a database"), std::string::npos) << r.err;
     EXPECT_EQ(countCopies(home), 0u);
   }
@@ -309,7 +313,8 @@ TEST_F(BadInputCliTest, BrokenLibrariesAndFullDisksFailCleanly) {
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_NE(r.err.find(shot + ": create " + home + "/Library/Originals/"), std::string::npos)
         << r.err;
-    EXPECT_NE(r.err.find("  (no permission to write in the library folder)\n"), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find("  (no permission to write in the library folder)\n"), std::string::npos)
+        << r.err;
     EXPECT_EQ(countCopies(home), 0u);
   }
   {
@@ -319,10 +324,9 @@ TEST_F(BadInputCliTest, BrokenLibrariesAndFullDisksFailCleanly) {
     std::string home = dir_.file("full");
     fs::create_directories(home);
     bool mounted = ::mount("tmpfs", home.c_str(), "tmpfs", 0, "size=2m") == 0;
-    std::string big = write("big.png", makeTestImage(imageOptions(45, 30)) +
-                                           std::string(3 << 20, 'Z'));
-    auto r = runKlipora(home, {"import", big},
-                        mounted ? "" : "trap '' XFSZ; ulimit -f 1024;");
+    std::string big =
+        write("big.png", makeTestImage(imageOptions(45, 30)) + std::string(3 << 20, 'Z'));
+    auto r = runKlipora(home, {"import", big}, mounted ? "" : "trap '' XFSZ; ulimit -f 1024;");
     EXPECT_EQ(r.exitCode, 1) << r.out << r.err;
     EXPECT_NE(r.err.find(mounted ? "  (the disk is full)\n" : "  (File too large)\n"),
               std::string::npos)

@@ -4,8 +4,8 @@
 
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <nlohmann/json.hpp>
+#include <sstream>
 
 #include "cli/testing/run_klipora.h"
 #include "library/model_container.h"
@@ -104,11 +104,16 @@ TEST_F(LibraryCliTest, PipeAndFolderAmongScreenshotsAreNamedWithTheirCause) {
 
   auto first = runKlipora(home_, args);  // would hang for ever on the pipe if it opened it
   EXPECT_EQ(first.exitCode, 1);
-  EXPECT_NE(first.err.find(fifo + ": Could not read the file.\n  (it is a named pipe, not a file)\n"),
-            std::string::npos)
+  EXPECT_NE(
+      first.err.find(fifo + ": Could not read the file.\n  (it is a named pipe, not a file)\n"),
+      std::string::npos)
       << first.err;
-  EXPECT_NE(first.err.find(folder + ": Could not read the file.\n  (it is a folder)\n"),
-            std::string::npos)
+  EXPECT_NE(
+      first.err.find(
+          folder +
+          ": Could not read the file.\n  (it is a folder; klipora import --folder imports the "
+          "screenshots in it)\n"),
+      std::string::npos)
       << first.err;
   for (const auto& shot : shots) {
     EXPECT_NE(first.out.find("  " + shot + "\n"), std::string::npos) << first.out;
@@ -185,7 +190,8 @@ void SeedStore(const std::string& home, int count) {
 std::vector<std::string> Names(const std::string& listed) {
   std::vector<std::string> names;
   std::istringstream lines(listed);
-  for (std::string line; std::getline(lines, line);) names.push_back(line.substr(line.rfind("  ") + 2));
+  for (std::string line; std::getline(lines, line);)
+    names.push_back(line.substr(line.rfind("  ") + 2));
   return names;
 }
 

@@ -36,8 +36,12 @@ std::string ImportError::userCause(const Status& status) {
     case Status::Code::kNoSpace:
       return tr("the disk is full");
     default:
-      return tail;
+      return tail == "it is a folder" ? folderCause() : tail;
   }
+}
+
+std::string ImportError::folderCause() {
+  return tr("it is a folder; klipora import --folder imports the screenshots in it");
 }
 
 std::string ImportError::errorDescription() const {

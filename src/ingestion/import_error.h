@@ -18,8 +18,8 @@ namespace klipora::ingestion {
 struct SupportedImageTypes {
   // Compared with a file's extension after lower-casing it.
   static constexpr std::array<std::string_view, 14> extensions = {
-      "png", "jpg", "jpeg", "jpe", "jfif", "tif", "tiff",
-      "heic", "heif", "webp", "avif", "gif", "bmp", "ico"};
+      "png",  "jpg",  "jpeg", "jpe",  "jfif", "tif", "tiff",
+      "heic", "heif", "webp", "avif", "gif",  "bmp", "ico"};
   static bool contains(std::string_view lowerCasedExtension);
 };
 
@@ -27,6 +27,8 @@ struct ImportError {
   enum class Case { unsupportedFileType, unreadableFile, duplicateScreenshot, fileSystem };
 
   static ImportError unsupportedFileType(std::string extension);
+  // The cause given for a folder where a file was expected.
+  static std::string folderCause();
   static ImportError unreadableFile(std::string cause = {}) {
     return {Case::unreadableFile, {}, {}, std::move(cause), std::nullopt};
   }
@@ -55,9 +57,9 @@ struct ImportError {
   std::string errorDescription() const;
 
   Case kind;
-  std::string extension;  // unsupportedFileType only (lower-cased)
-  Status underlying;      // fileSystem only
-  std::string cause;      // may be empty
+  std::string extension;               // unsupportedFileType only (lower-cased)
+  Status underlying;                   // fileSystem only
+  std::string cause;                   // may be empty
   std::optional<UUID> importedItemID;  // the item exists although the import failed late
 };
 

@@ -62,8 +62,14 @@ void ImportPipeline::importScreenshot(const std::string& path, library::ImportSo
   job->done = std::move(done);
   std::string extension = lowerCasedExtension(path);
   if (!SupportedImageTypes::contains(extension)) {
-    // Nothing has been touched; answer on the main loop like every other outcome.
-    fail(job, ImportError::unsupportedFileType(extension), false);
+    // Nothing has been touched; answer on the main loop like every other
+    // outcome. A folder is named as one, whatever its name.
+    auto attributes = storage_.fileSystem().attributes(path);
+    fail(job,
+         attributes && attributes->isDirectory
+             ? ImportError::unreadableFile(ImportError::folderCause())
+             : ImportError::unsupportedFileType(extension),
+         false);
     return;
   }
   // A screenshot just taken starts at once; the files of a bulk import go a
@@ -232,8 +238,8 @@ void ImportPipeline::insertOnMain(std::shared_ptr<Job> job) {
   claims_.release(job->checksum);
   saver_.scheduleSave();
   if (!job->originalNotRemoved.ok()) {
-    job->done(tl::unexpected(
-        ImportError::fileSystemAfterImport(job->originalNotRemoved, job->item->id)));
+    job->done(
+        tl::unexpected(ImportError::fileSystemAfterImport(job->originalNotRemoved, job->item->id)));
     return;
   }
   job->done(job->item->id);

@@ -70,12 +70,13 @@ class ImportPipelineTest : public ::testing::Test {
   library::ScreenshotItemStore itemStore_{&container_->mainContext()};
   ImportChecksumClaims claims_{itemStore_};
   processing::ProcessingSaveCoalescer saver_{container_->mainContext(), clock_};
-  ImportPipeline pipeline_{storage_, container_->mainContext(), saver_, claims_,
-                           clock_,   main_,                     background_};
+  ImportPipeline pipeline_{storage_,   container_->mainContext(), saver_, claims_, clock_, main_,
+                           background_};
 };
 
 TEST_F(ImportPipelineTest, ImportedItemCarriesTheFileFactsAndWaitsForTheBatchedSave) {
-  std::string content = FakeImageCodec::makeImage(1080, 1920, "orientation=6 exif=2024:02:29 23:59:59");
+  std::string content =
+      FakeImageCodec::makeImage(1080, 1920, "orientation=6 exif=2024:02:29 23:59:59");
   std::string path = addShot("shot.PNG", content);
   auto result = importNow(path, ImportSourceType::automaticWatch);
   ASSERT_TRUE(result) << result.error().errorDescription();
@@ -125,10 +126,12 @@ TEST_F(ImportPipelineTest, RefusalsTouchNothing) {
       {"empty.png", "the file is empty"},
       {"text.png", "it is not an image in any format Klipora reads"},
       {"gone.png", "no such file; it may have been moved or deleted"},
-      {"folder.png", "it is a folder"}};
+      {"folder.png", "it is a folder; klipora import --folder imports the screenshots in it"},
+      {"folder", "it is a folder; klipora import --folder imports the screenshots in it"}};
   addShot("empty.png", "");
   addShot("text.png", "just some text");
   ASSERT_TRUE(memory_.createDirectories(joinPath(kShots, "folder.png")).ok());
+  ASSERT_TRUE(memory_.createDirectories(joinPath(kShots, "folder")).ok());
   for (const auto& [name, cause] : unreadable) {
     auto r = importNow(joinPath(kShots, name));
     ASSERT_FALSE(r);
