@@ -28,7 +28,9 @@ WatcherPauseSchedule::~WatcherPauseSchedule() {
 void WatcherPauseSchedule::load() {
   std::optional<Date> stored;
   if (auto seconds = defaults_.doubleForKey(kPausedUntilKey)) {
-    stored = Date::fromSecondsSince1970(*seconds);
+    // A hand-edited date past the far future means the same: paused until
+    // resumed.
+    stored = Date::fromSecondsSince1970(std::min(*seconds, kFarFuture.timeIntervalSince1970()));
   }
   const bool keep = stored && (*stored == kFarFuture || clock_.now() < *stored);
   const std::optional<Date> before = pausedUntil_;
