@@ -6,7 +6,7 @@ ifeq ($(KLIPORA_WERROR),1)
 CMAKE_FLAGS += -DKLIPORA_WERROR=ON
 endif
 
-.PHONY: all setup configure build run test bench deb deb-test gallery crash clean
+.PHONY: all setup configure build run test bench deb deb-test gallery crash fuzz clean
 
 all: build
 
@@ -55,5 +55,16 @@ crash: setup
 	@ASAN_OPTIONS=detect_leaks=0 UBSAN_OPTIONS=print_stacktrace=1 \
 	  $(CRASH_DIR)/tests/crash/klipora_crash_trials --klipora $(CRASH_DIR)/klipora --trials $(TRIALS)
 
+# libFuzzer on every *_fuzzer target, with AddressSanitizer and
+# UndefinedBehaviorSanitizer, built by clang in build-fuzz/; FUZZ_SECONDS per
+# target (the corpus each grows is kept there for the next run).
+FUZZ_DIR ?= build-fuzz
+FUZZ_SECONDS ?= 60
+fuzz: setup
+	@cmake -S . -B $(FUZZ_DIR) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKLIPORA_FUZZ=ON \
+	  -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DKLIPORA_BUILD_BENCHMARKS=OFF >/dev/null
+	@cmake --build $(FUZZ_DIR) -j $(JOBS) --target klipora_fuzzers
+	@ASAN_OPTIONS=detect_leaks=0 bash scripts/fuzz.sh $(FUZZ_DIR) $(FUZZ_SECONDS)
+
 clean:
-	@rm -rf $(BUILD_DIR) $(CRASH_DIR)
+	@rm -rf $(BUILD_DIR) $(CRASH_DIR) $(FUZZ_DIR)

@@ -16,7 +16,7 @@ function(klipora_warnings target)
 endfunction()
 
 function(klipora_module name)
-  cmake_parse_arguments(ARG "" "" "DEPS;TEST_DEPS" ${ARGN})
+  cmake_parse_arguments(ARG "" "" "DEPS;TEST_DEPS;FUZZ_SEEDS" ${ARGN})
   file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cc)
   file(GLOB unit_tests CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*_test.cc)
   file(GLOB integration_tests CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*_integration_test.cc)
@@ -53,14 +53,31 @@ function(klipora_module name)
     gtest_discover_tests(${lib}_integration_tests PROPERTIES LABELS integration
                          DISCOVERY_TIMEOUT 60)
   endif()
-  # Fuzz targets build as plain replay programs (each takes files as inputs) so
-  # that they cannot rot; build with clang -fsanitize=fuzzer to fuzz for real.
+  # Fuzz targets build as plain replay programs (each takes files and folders
+  # as inputs) so that they cannot rot: ctest feeds each its seeds from
+  # tests/data/fuzz/<target>/ and a fixed series of generated inputs. With
+  # KLIPORA_FUZZ they link libFuzzer instead (make fuzz).
   foreach(fuzzer ${fuzzers})
     get_filename_component(fname ${fuzzer} NAME_WE)
-    add_executable(${fname} ${fuzzer} ${CMAKE_SOURCE_DIR}/tests/fuzz_replay_main.cc)
-    target_link_libraries(${fname} PRIVATE ${lib})
+    if(KLIPORA_FUZZ)
+      add_executable(${fname} ${fuzzer})
+      target_link_options(${fname} PRIVATE -fsanitize=fuzzer)
+    else()
+      add_executable(${fname} ${fuzzer} ${CMAKE_SOURCE_DIR}/tests/fuzz_replay_main.cc)
+    endif()
+    target_link_libraries(${fname} PRIVATE ${lib} klipora_platform_testing)
     klipora_warnings(${fname})
-    add_test(NAME ${fname} COMMAND ${fname})
+    add_dependencies(klipora_fuzzers ${fname})
+    set(seeds)
+    foreach(folder tests/data/fuzz/${fname} ${ARG_FUZZ_SEEDS})
+      if(EXISTS ${CMAKE_SOURCE_DIR}/${folder})
+        list(APPEND seeds ${CMAKE_SOURCE_DIR}/${folder})
+      endif()
+    endforeach()
+    add_test(NAME ${fname} COMMAND ${fname} ${seeds})
+    # make fuzz starts each target from the same seeds.
+    string(REPLACE ";" " " seed_list "${seeds}")
+    file(APPEND ${CMAKE_BINARY_DIR}/fuzz_targets.txt "${CMAKE_CURRENT_BINARY_DIR}/${fname} ${seed_list}\n")
     set_tests_properties(${fname} PROPERTIES LABELS fuzz TIMEOUT 300)
   endforeach()
 endfunction()

@@ -28,6 +28,8 @@ packages=(
   scrot xvfb xauth
   # a chat in Chinese, drawn and read back, for the end-to-end test of CJK search
   tesseract-ocr-chi-sim fonts-wqy-microhei
+  # fuzzing with libFuzzer and the sanitizers (make fuzz)
+  clang libclang-rt-14-dev
   # the Debian package and its checks (make deb, make deb-test)
   dpkg-dev fakeroot lintian systemd
 )

@@ -1,9 +1,11 @@
 // Runs a libFuzzer-style target without libFuzzer: every file named on the
-// command line is fed to the target once; with no arguments, a fixed series of
-// pseudo-random inputs (seeded, so a failure reproduces) is fed instead. This
-// keeps fuzz targets building and smoke-tested in every CI run.
+// command line, and every file in a folder named there, is fed to the target
+// once; then a fixed series of pseudo-random inputs (seeded, so a failure
+// reproduces). This keeps fuzz targets building and smoke-tested in every CI
+// run; make fuzz links libFuzzer itself instead.
 #include <cstddef>
 #include <cstdint>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <iterator>
@@ -13,14 +15,29 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
+namespace {
+
+void feedFile(const std::filesystem::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
+}
+
+}  // namespace
+
 int main(int argc, char** argv) {
-  if (argc > 1) {
-    for (int i = 1; i < argc; ++i) {
-      std::ifstream in(argv[i], std::ios::binary);
-      std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-      LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
+  int seeds = 0;
+  for (int i = 1; i < argc; ++i) {
+    if (std::filesystem::is_directory(argv[i])) {
+      for (const auto& entry : std::filesystem::recursive_directory_iterator(argv[i])) {
+        if (!entry.is_regular_file()) continue;
+        feedFile(entry.path());
+        ++seeds;
+      }
+    } else {
+      feedFile(argv[i]);
+      ++seeds;
     }
-    return 0;
   }
   std::mt19937 rng(20261122);
   // Printable-heavy alphabet so that parsers get past their first byte.
@@ -35,6 +52,6 @@ int main(int argc, char** argv) {
     }
     LLVMFuzzerTestOneInput(input.data(), input.size());
   }
-  std::cout << "fuzz replay: 20000 inputs, no crash\n";
+  std::cout << "fuzz replay: " << seeds << " seeds and 20000 generated inputs, no crash\n";
   return 0;
 }
