@@ -138,6 +138,7 @@ void AppCoordinator::stop() {
   if (safetyRescan_) env_.timers.cancel(*safetyRescan_);
   safetyRescan_.reset();
   if (env_.mountWatch) env_.mountWatch->stop();
+  if (env_.sessionWatch) env_.sessionWatch->stop();
   if (retention_) retention_->stop();
   if (diskSpace_) diskSpace_->stop();
   if (announcements_) announcements_->stopPolling();

@@ -287,6 +287,19 @@ void AppCoordinator::startReconciliation() {
   safetyRescan_ = env_.timers.scheduleRepeating(kSafetyRescanInterval, 30, [this] {
     if (!servicesPaused_) runReconciliationIfDue();
   });
+  if (!env_.sessionWatch) return;
+  // The user coming back is this system's "application became active": what
+  // arrived meanwhile without file events is looked for then.
+  Status watching = env_.sessionWatch->start([this](SessionReturn what) {
+    log::info(kArea, "%s: looking for what the watcher missed", sessionReturnName(what));
+    if (!servicesPaused_) runReconciliationIfDue();
+  });
+  if (!watching.ok()) {
+    log::info(kArea,
+              "no word when the user comes back (%s); sweeping at start, every %.0f min and on "
+              "`klipora scan`",
+              watching.message().c_str(), kSafetyRescanInterval / 60);
+  }
 }
 
 }  // namespace klipora::app

@@ -156,6 +156,33 @@ TEST_F(ReconciliationTest, TheFirstPassOnlyStampsAndTheGateKeepsPassesApart) {
   EXPECT_TRUE(log_.contains("[Klipora][Reconcile]     since-rejected samples (cutoff="));
 }
 
+TEST_F(ReconciliationTest, TheUserComingBackSweepsTheFolders) {
+  AppCoordinator& coordinator = start();
+  ASSERT_TRUE(sessionWatch_.watching());
+  // Arrived while the screen was locked, on a folder that sends no events.
+  clock_.advance(AppCoordinator::kReconciliationDebounce);
+  leave(2);
+  sessionWatch_.simulate(SessionReturn::unlocked);
+  runUntilIdle();
+  EXPECT_TRUE(log_.contains(
+      "[Klipora][Reconcile] session unlocked: looking for what the watcher missed"));
+  EXPECT_EQ(items(), 2);
+
+  // Unlocked and woken within moments: one pass.
+  clock_.advance(4);
+  sessionWatch_.simulate(SessionReturn::resumed);
+  runUntilIdle();
+  EXPECT_TRUE(log_.contains("[Klipora][Reconcile] skip: last pass was 4.0s ago (debounce 30s)"));
+  coordinator.stop();
+  EXPECT_FALSE(sessionWatch_.watching());
+
+  // Where the system does not tell, the sweeps at start and on a timer remain.
+  sessionWatch_.failStart = true;
+  start();
+  EXPECT_TRUE(log_.contains("[Klipora][Reconcile] no word when the user comes back (no bus in "
+                            "this test); sweeping at start, every 10 min and on `klipora scan`"));
+}
+
 TEST_F(ReconciliationTest, AboveTheThresholdTheResultWaitsForTheUser) {
   AppCoordinator& coordinator = start();
   leave(20);

@@ -17,6 +17,7 @@
 #include "platform/lexicon.h"
 #include "platform/mount_table_watch.h"
 #include "platform/ocr_engine.h"
+#include "platform/session_activity_watch.h"
 #include "platform/text_embedder.h"
 #include "platform/user_defaults.h"
 
@@ -61,6 +62,9 @@ struct AppEnvironment {
   FolderWatch* folderWatch = nullptr;
   // Null where the capturing application of a screenshot is not asked.
   ActiveApplication* activeApplication = nullptr;
+  // Null where the user's return (unlock, wake) is not watched; the sweeps
+  // at start and every few minutes still run.
+  SessionActivityWatch* sessionWatch = nullptr;
   // Reads an environment variable (HOME and the screenshot tools' own);
   // null when unset.
   std::function<const char*(const char*)> getenv = nullptr;

@@ -26,6 +26,7 @@
 #include "platform/ocr_engine.h"
 #include "platform/process_lock.h"
 #include "platform/service_manager.h"
+#include "platform/session_activity_watch.h"
 
 namespace klipora::app {
 
@@ -49,6 +50,8 @@ struct AppPlatform {
   std::function<std::unique_ptr<FolderWatch>()> makeFolderWatch = nullptr;
   // Which application the user looks at (X11, Sway, Hyprland).
   std::function<std::unique_ptr<ActiveApplication>()> makeActiveApplication = nullptr;
+  // Says when the user comes back to the computer (logind over D-Bus).
+  std::function<std::unique_ptr<SessionActivityWatch>()> makeSessionWatch = nullptr;
   // The log file of a library and the classifier's trail beside it.
   std::function<std::shared_ptr<log::LogSink>(const std::string& logPath,
                                               const std::string& classifyPath)>

@@ -68,6 +68,7 @@ class CoordinatorTest : public ::testing::Test {
                           .userDefaults = defaults_,
                           .markupEdits = noEdits_,
                           .mountWatch = &mountWatch_,
+                          .sessionWatch = &sessionWatch_,
                           .supportFolder = "/support",
                           .defaultLibraryRoot = kDefaultRoot};
   }
@@ -108,6 +109,7 @@ class CoordinatorTest : public ::testing::Test {
   testing::MemoryFileSystem fs_;
   testing::FakeImageCodec codec_;
   testing::FakeMountTableWatch mountWatch_;
+  testing::FakeSessionActivityWatch sessionWatch_;
   UserDefaults defaults_{fs_, "/support/defaults.json"};
   library::NoMarkupEdits noEdits_;
   std::shared_ptr<library::ModelContainer> container_;

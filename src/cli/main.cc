@@ -16,6 +16,7 @@
 #include "platform/linux/inotify_folder_watch.h"
 #include "platform/linux/linux_platform.h"
 #include "platform/linux/log_sinks.h"
+#include "platform/linux/logind_session_watch.h"
 #include "platform/linux/malloc_tuning.h"
 #include "platform/linux/proc_mount_info_watch.h"
 #include "platform/linux/systemd_service_manager.h"
@@ -61,6 +62,9 @@ int main(int argc, char** argv) {
       .makeActiveApplication = []() -> std::unique_ptr<ActiveApplication> {
         return std::make_unique<DesktopActiveApplication>(
             [](const char* name) -> const char* { return std::getenv(name); });
+      },
+      .makeSessionWatch = [&linux]() -> std::unique_ptr<SessionActivityWatch> {
+        return std::make_unique<LogindSessionWatch>(linux.mainLoop);
       },
       .makeFileLogSink = [](const std::string& logPath,
                             const std::string& classifyPath) -> std::shared_ptr<log::LogSink> {

@@ -81,6 +81,7 @@ int RunDaemon(CliSession& session, bool quiet, bool login) {
   auto folderWatch = platform.makeFolderWatch ? platform.makeFolderWatch() : nullptr;
   auto activeApplication =
       platform.makeActiveApplication ? platform.makeActiveApplication() : nullptr;
+  auto sessionWatch = platform.makeSessionWatch ? platform.makeSessionWatch() : nullptr;
   app::ProcessingPlatform processing{
       .ocrEngines = platform.ocrEngines,
       .recognition = platform.recognition,
@@ -101,6 +102,7 @@ int RunDaemon(CliSession& session, bool quiet, bool login) {
       .mountWatch = mountWatch.get(),
       .folderWatch = folderWatch.get(),
       .activeApplication = activeApplication.get(),
+      .sessionWatch = sessionWatch.get(),
       .getenv = platform.getenv,
       .supportFolder = paths.supportFolder,
       .defaultLibraryRoot = paths.defaultLibraryRoot,

@@ -1,5 +1,5 @@
 // Fakes of the platform pieces a daemon needs: the mount table watch, the
-// process locks and the control channel. Each keeps public records so tests
+// session watch, the process locks and the control channel. Each keeps public records so tests
 // can drive and inspect them. Single-threaded: use from the test's thread.
 #pragma once
 
@@ -14,6 +14,7 @@
 #include "platform/control_channel.h"
 #include "platform/mount_table_watch.h"
 #include "platform/process_lock.h"
+#include "platform/session_activity_watch.h"
 
 namespace klipora::testing {
 
@@ -29,6 +30,26 @@ class FakeMountTableWatch final : public MountTableWatch {
 
  private:
   std::function<void()> changed_;
+};
+
+class FakeSessionActivityWatch final : public SessionActivityWatch {
+ public:
+  Status start(std::function<void(SessionReturn)> returned) override {
+    if (failStart) return Status::Unavailable("no bus in this test");
+    returned_ = std::move(returned);
+    return Status::Ok();
+  }
+  void stop() override { returned_ = nullptr; }
+  bool watching() const { return static_cast<bool>(returned_); }
+  // Reports that the user came back, as the system would.
+  void simulate(SessionReturn what) {
+    if (returned_) returned_(what);
+  }
+  // Makes the next start() fail like a system that does not tell.
+  bool failStart = false;
+
+ private:
+  std::function<void(SessionReturn)> returned_;
 };
 
 class FakeProcessLocks final : public ProcessLocks {
