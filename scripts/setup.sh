@@ -22,10 +22,14 @@ packages=(
   wordnet-base
   # the application a screenshot shows, asked of the X server
   libxcb1-dev
+  # the user coming back (unlock, wake from sleep), told by logind over D-Bus
+  libglib2.0-dev
   # tests and benchmarks
   libgtest-dev libgmock-dev libbenchmark-dev libvips-tools sqlite3 coreutils openssl
   # a real screenshot tool on a virtual screen, for the watcher's end-to-end test
   scrot xvfb xauth
+  # a private message bus on which the tests play logind
+  dbus-daemon
   # a chat in Chinese, drawn and read back, for the end-to-end test of CJK search
   tesseract-ocr-chi-sim fonts-wqy-microhei
   # fuzzing with libFuzzer and the sanitizers (make fuzz)
