@@ -274,6 +274,7 @@ int Run(int argc, char** argv) {
   std::vector<OcrCorpusImage> corpus = renderOcrCorpus(folder, flags.corpus);
   std::printf("Rendered %zu screenshots in %.1f s into %s\n", corpus.size(), Now() - start,
               folder.c_str());
+  for (const std::string& line : ocrCorpusFontFiles()) std::printf("  %s\n", line.c_str());
 
   VipsImageCodec codec;
   TesseractOcrEngineFactory factory;

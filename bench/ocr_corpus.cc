@@ -9,6 +9,8 @@
 #include <set>
 #include <sstream>
 
+#include <pango/pangofc-font.h>
+
 #include "ocr_corpus_painter.h"
 
 namespace klipora::bench {
@@ -395,6 +397,36 @@ OcrCorpusImage renderWideDesktop(const std::string& folder, int width, int heigh
   OcrCorpusImage image{folder + "/wide-desktop.png", "wide", false, width, height, truth};
   painter.savePng(image.path);
   return image;
+}
+
+std::vector<std::string> ocrCorpusFontFiles() {
+  std::set<std::string> families;
+  for (int variant = 0; variant < 3; ++variant) {
+    const Fonts f = FontsFor(variant);
+    families.insert({f.ui, f.mono, f.serif});
+  }
+  std::vector<std::string> lines;
+  PangoFontMap* map = pango_cairo_font_map_get_default();
+  PangoContext* context = pango_font_map_create_context(map);
+  for (const std::string& family : families) {
+    PangoFontDescription* d = pango_font_description_new();
+    pango_font_description_set_family(d, family.c_str());
+    pango_font_description_set_absolute_size(d, 14 * PANGO_SCALE);
+    PangoFont* font = pango_font_map_load_font(map, context, d);
+    pango_font_description_free(d);
+    std::string file = "(no font)";
+    if (font != nullptr && PANGO_IS_FC_FONT(font)) {
+      FcChar8* path = nullptr;
+      if (FcPatternGetString(pango_fc_font_get_pattern(PANGO_FC_FONT(font)), FC_FILE, 0, &path) ==
+          FcResultMatch) {
+        file = reinterpret_cast<const char*>(path);
+      }
+    }
+    if (font != nullptr) g_object_unref(font);
+    lines.push_back(family + " \u2192 " + file);
+  }
+  g_object_unref(context);
+  return lines;
 }
 
 }  // namespace klipora::bench

@@ -38,4 +38,11 @@ std::vector<OcrCorpusImage> renderOcrCorpus(const std::string& folder,
 // with 1920×1080 code and article windows, for the bounded-memory check.
 OcrCorpusImage renderWideDesktop(const std::string& folder, int width, int height);
 
+// The font file each family the corpus asks for is drawn with here, as
+// "Liberation Mono → /usr/share/fonts/.../NimbusMonoPS-Regular.otf". Families
+// that are not installed fall back to whatever fontconfig finds, and the
+// figures move with that choice (an .otf and a .pfb of one face render
+// differently), so runs on two machines compare only when these lines match.
+std::vector<std::string> ocrCorpusFontFiles();
+
 }  // namespace klipora::bench
