@@ -114,6 +114,9 @@ void ControlRequestHandler::handle(const Json& request, Reply reply) {
   if (command == "pending") return pending(request, std::move(reply));
   if (command == "markup-commit") return reply(markupCommit(request));
   if (command == "file-category") return reply(fileCategory(request));
+  if (command == "apply-category" || command == "category-sorting") {
+    return reply(sortCategory(command, request));
+  }
   reply(errorReply("unknown command: " + command));
 }
 

@@ -33,6 +33,10 @@
 //                                   (category null: out of theirs) and lets
 //                                   the categories learn from the move;
 //                                   answers moved and unknown ids
+//   apply-category  category        starts sorting the library into a user
+//                                   category (a run under way for it ends)
+//   category-sorting  category      how that run goes: running, examined,
+//                                   total, assigned, and the result once done
 //
 // Thread rules: main thread (it uses the main context).
 #pragma once
@@ -99,6 +103,8 @@ class ControlRequestHandler {
   void pending(const Json& request, Reply reply);
   Json markupCommit(const Json& request);
   Json fileCategory(const Json& request);
+  Json sortCategory(const std::string& command, const Json& request);
+  CustomCategoryService* customCategories();
   library::StorageService* storage();
   static Result<std::vector<UUID>> idsOf(const std::string& command, const Json& request);
 

@@ -33,11 +33,49 @@ Json ControlRequestHandler::model(const Json& request) {
   return {{"ok", true}, {"endpoint", endpoint}, {"model", name.is_string() ? name : Json()}};
 }
 
-Json ControlRequestHandler::fileCategory(const Json& request) {
-  CustomCategoryService* service = target_.customCategories;
+CustomCategoryService* ControlRequestHandler::customCategories() {
   if (target_.coordinator && target_.coordinator->processingQueue()) {
-    service = target_.coordinator->processingQueue()->customCategories();
+    return target_.coordinator->processingQueue()->customCategories();
   }
+  return target_.customCategories;
+}
+
+Json ControlRequestHandler::sortCategory(const std::string& command, const Json& request) {
+  CustomCategoryService* service = customCategories();
+  if (!service) return errorReply("this library has no processing to sort the categories");
+  const Json category = request.value("category", Json());
+  auto id = category.is_string() ? UUID::Parse(category.get<std::string>()) : std::nullopt;
+  if (!id) return errorReply(command + " needs \"category\", a category id");
+  auto& sorter = service->sorter();
+  if (command == "apply-category") {
+    auto found = target_.context.fetchByKey<library::CustomCategory>(id->uuidString());
+    if (!found) return errorReply("cannot read the categories: " + found.error().message());
+    if (!*found) return errorReply("no category has the id " + id->uuidString());
+    service->startSorting(*id);
+    return {{"ok", true}, {"category", id->uuidString()}, {"started", true}};
+  }
+  const auto state = sorter.state();
+  Json reply = {{"ok", true},
+                {"category", id->uuidString()},
+                {"running", sorter.isSorting(*id)},
+                {"examined", 0},
+                {"total", 0},
+                {"assigned", 0},
+                {"result", nullptr}};
+  if (state.categoryID == *id) {
+    reply["examined"] = state.latest.examined;
+    reply["total"] = state.latest.total;
+    reply["assigned"] = state.latest.assigned;
+  }
+  if (state.lastResult && state.lastResult->categoryID == *id) {
+    reply["result"] = {{"assigned", state.lastResult->assigned},
+                       {"cancelled", state.lastResult->cancelled}};
+  }
+  return reply;
+}
+
+Json ControlRequestHandler::fileCategory(const Json& request) {
+  CustomCategoryService* service = customCategories();
   if (!service) return errorReply("this library has no processing to learn the categories");
   const Json category = request.value("category", Json());
   std::optional<UUID> categoryID;

@@ -48,6 +48,12 @@ Result<FilingReport> CustomCategoryService::file(const std::optional<UUID>& cate
   return report;
 }
 
+void CustomCategoryService::startSorting(const UUID& categoryID) {
+  sorter_.start(categoryID, deps_.mainLoop, {}, [](klipora::Result<intelligence::CustomCategorySorter::Result> r) {
+    if (!r) log::warning("Processing", "custom-sort FAILED: %s", r.error().message().c_str());
+  });
+}
+
 int CustomCategoryService::healArrivedCategories() {
   auto all = catalog_.list();
   if (!all) {

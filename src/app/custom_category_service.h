@@ -28,6 +28,8 @@ struct CustomCategoryServiceDeps {
   library::ModelContext& context;
   Clock& clock;
   Timers& timers;
+  // The context's thread, on which a sorting started here walks.
+  Executor& mainLoop;
   UserDefaults& userDefaults;
   // Null: every word of a description counts.
   Lexicon* lexicon = nullptr;
@@ -58,6 +60,10 @@ class CustomCategoryService {
   // to the learner (debounced). Fails only when the save fails.
   Result<FilingReport> file(const std::optional<UUID>& categoryID,
                             const std::vector<std::string>& ids);
+
+  // Sorts the library into the category on the main loop, a batch per
+  // turn; a run under way for it ends. sorter().state() tells how it goes.
+  void startSorting(const UUID& categoryID);
 
   // Repairs the categories that came from elsewhere (a settings file, an
   // exported library), known by their missing centroid: keywords get their

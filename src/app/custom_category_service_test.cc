@@ -23,9 +23,12 @@ namespace {
 using library::CustomCategory;
 using library::ScreenshotItem;
 
-class NoScorer final : public intelligence::CustomSortScorer {
+// Files the screenshots whose text names a car.
+class CarScorer final : public intelligence::CustomSortScorer {
  public:
-  bool belongs(const UUID&, const ScreenshotItem&) override { return false; }
+  bool belongs(const UUID&, const ScreenshotItem& item) override {
+    return item.ocrText && item.ocrText->find("car") != std::string::npos;
+  }
 };
 
 class CustomCategoryServiceTest : public ::testing::Test {
@@ -38,6 +41,7 @@ class CustomCategoryServiceTest : public ::testing::Test {
         CustomCategoryServiceDeps{.context = context(),
                                   .clock = clock_,
                                   .timers = clock_,
+                                  .mainLoop = main_,
                                   .userDefaults = defaults_,
                                   .lexicon = nullptr,
                                   .embedder = *embedder_,
@@ -98,7 +102,7 @@ class CustomCategoryServiceTest : public ::testing::Test {
   library::NoMarkupEdits noEdits_;
   std::unique_ptr<TextEmbedder> embedder_ = intelligence::makeHashedNgramEmbedder();
   std::unique_ptr<intelligence::ModelArbiter> model_ = intelligence::makeUnavailableModelArbiter();
-  NoScorer scorer_;
+  CarScorer scorer_;
   std::unique_ptr<CustomCategoryService> service_;
   testing::ScopedLogCapture log_;
 };
@@ -149,6 +153,45 @@ TEST_F(CustomCategoryServiceTest, FilingThroughTheChannelLearnsAfterTheDebounce)
                      {"ids", Json::array()}})["ok"],
             false);
   EXPECT_EQ(request({{"command", "file-category"}, {"category", nullptr}})["ok"], false);
+}
+
+TEST_F(CustomCategoryServiceTest, SortingThroughTheChannelWalksOnTheMainLoop) {
+  auto cars = category("Cars", {"car"});
+  for (int i = 0; i < 3; ++i) item("used car " + std::to_string(i));
+  item("meeting notes");
+  const Json ask = {{"command", "category-sorting"}, {"category", cars->id.uuidString()}};
+  EXPECT_EQ(request(ask)["result"], nullptr);
+
+  auto reply = request({{"command", "apply-category"}, {"category", cars->id.uuidString()}});
+  ASSERT_EQ(reply["ok"], true) << reply.dump();
+  // It has started and waits for its turn of the loop.
+  reply = request(ask);
+  EXPECT_EQ(reply["running"], true);
+  EXPECT_EQ(reply["total"], 4);
+  EXPECT_EQ(reply["examined"], 0);
+  main_.runAll();
+  reply = request(ask);
+  EXPECT_EQ(reply["running"], false);
+  EXPECT_EQ(reply["examined"], 4);
+  EXPECT_EQ(reply["assigned"], 3);
+  EXPECT_EQ(reply["result"], (Json{{"assigned", 3}, {"cancelled", false}}));
+  EXPECT_EQ(*service_->catalog().itemCount(cars->id), 3);
+
+  // A second start ends the run under way; the newer one finds nothing left.
+  item("car dealer");
+  ASSERT_EQ(request({{"command", "apply-category"}, {"category", cars->id.uuidString()}})["ok"],
+            true);
+  ASSERT_EQ(request({{"command", "apply-category"}, {"category", cars->id.uuidString()}})["ok"],
+            true);
+  main_.runAll();
+  EXPECT_EQ(log_.matching("custom-sort CANCELLED").size(), 1u);
+  EXPECT_EQ(request(ask)["running"], false);
+  EXPECT_EQ(*service_->catalog().itemCount(cars->id), 4);
+
+  EXPECT_EQ(request({{"command", "apply-category"}, {"category", UUID::Random().uuidString()}})
+                ["ok"],
+            false);
+  EXPECT_EQ(request({{"command", "apply-category"}})["ok"], false);
 }
 
 TEST_F(CustomCategoryServiceTest, CategoriesFromElsewhereGetTheirKeywordsAndCentroid) {

@@ -73,6 +73,7 @@ class ProcessingService final : public ProcessingQueueService {
         .context = context,
         .clock = env_.clock,
         .timers = env_.timers,
+        .mainLoop = env_.mainLoop,
         .userDefaults = env_.userDefaults,
         .lexicon = platform.lexicon,
         .embedder = *models_.categoryEmbedder,

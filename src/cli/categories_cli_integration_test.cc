@@ -3,11 +3,14 @@
 // progress, new screenshots filed by processing, and the record's life.
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <thread>
 #include <nlohmann/json.hpp>
 
+#include "cli/testing/daemon_process.h"
 #include "cli/testing/run_klipora.h"
 #include "platform/linux/testing/text_images.h"
 #include "platform/testing/temp_dir.h"
@@ -165,6 +168,50 @@ TEST_F(CategoriesCliTest, CategoriesFromASettingsFileAreRepaired) {
   EXPECT_EQ(all[0]["centroid"], true);
   EXPECT_EQ(all[1]["keywords"], (json{"mountain", "trail", "hiking", "map"}));
   EXPECT_EQ(all[1]["centroid"], true);
+}
+
+// With a daemon, sorting and learning happen in it: the command follows
+// the daemon's run with its progress, and a correction is learned there
+// once it has settled.
+TEST_F(CategoriesCliTest, TheDaemonSortsAndLearns) {
+  auto r = klipora({"import", "--wait",
+                    screenshot("dealer.png", "Dealer listing: blue car, one owner\nCall the dealer"),
+                    screenshot("notes.png", "Quarterly budget meeting notes")});
+  ASSERT_EQ(r.exitCode, 0) << r.out << r.err;
+  r = klipora({"settings", "set", "customCategoryAutoAssignEnabled", "false"});
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  r = klipora({"categories", "add", "Cars", "--description", "car dealer listings"});
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+
+  testing::DaemonProcess daemon(home_, runtime_);
+  ASSERT_TRUE(daemon.waitForOutput("Press Ctrl-C to stop.")) << daemon.errors();
+  r = klipora({"categories", "apply", "Cars"});
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_NE(r.err.find("Sorting into \"Cars\": 100% (2 of 2), 1 filed"), std::string::npos)
+      << r.err;
+  EXPECT_EQ(r.out, "Filed 1 screenshot into \"Cars\".\n");
+  EXPECT_NE(daemon.errors().find("custom-sort DONE"), std::string::npos) << daemon.errors();
+
+  auto items = json::parse(klipora({"list", "--json"}).out);
+  std::string dealer;
+  for (const auto& item : items) {
+    if (item["originalFilename"] == "dealer.png") dealer = item["id"];
+  }
+  r = klipora({"categories", "unfile", dealer, "--json"});
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_EQ(json::parse(r.out)["moved"], (json{dealer}));
+  // The daemon learns after its debounce; wait for it, not for a set time.
+  std::string saved;
+  for (int i = 0; i < 600 && saved.find("CustomCategoryLearner.antiExemplars.") == std::string::npos;
+       ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    std::ifstream defaults(home_ + "/defaults.json");
+    saved.assign(std::istreambuf_iterator<char>(defaults), {});
+  }
+  EXPECT_NE(saved.find("CustomCategoryLearner.antiExemplars."), std::string::npos) << saved;
+  EXPECT_EQ(categories()[0]["items"], 0);
+  daemon.signal(SIGTERM);
+  EXPECT_EQ(daemon.wait(), 0);
 }
 
 }  // namespace

@@ -10,7 +10,9 @@
 // category learns from. CAT is an id or a name. A running daemon is told of
 // each change.
 #include <CLI/CLI.hpp>
+#include <chrono>
 #include <iostream>
+#include <thread>
 
 #include "app/custom_category_service.h"
 #include "app/processing_service.h"
@@ -46,6 +48,7 @@ struct Categories {
 
 std::optional<int64_t> AutoSort(CliSession& session, Categories& c,
                                 const CustomCategory& category);
+void PrintProgress(const std::string& name, int64_t examined, int64_t total, int64_t assigned);
 std::string FiledLine(int64_t count, const std::string& name);
 
 void TellDaemon(CliSession& session) {
@@ -166,8 +169,7 @@ klipora::Result<intelligence::CustomCategorySorter::Result> SortInto(
     Categories& c, const CustomCategory& category) {
   const std::string name = category.name;
   return c.service.sorter().sort(category.id, [&](const intelligence::CustomSortProgress& p) {
-    std::cerr << "Sorting into \"" << name << "\": " << static_cast<int>(p.fraction() * 100)
-              << "% (" << p.examined << " of " << p.total << "), " << p.assigned << " filed\n";
+    PrintProgress(name, p.examined, p.total, p.assigned);
   });
 }
 
@@ -190,18 +192,72 @@ std::optional<int64_t> AutoSort(CliSession& session, Categories& c,
   return result->assigned;
 }
 
+void PrintProgress(const std::string& name, int64_t examined, int64_t total, int64_t assigned) {
+  const int percent = total > 0 ? static_cast<int>(double(examined) / double(total) * 100) : 100;
+  std::cerr << "Sorting into \"" << name << "\": " << percent << "% (" << examined << " of "
+            << total << "), " << assigned << " filed\n";
+}
+
+// The daemon sorts (one run per category, its queue scoring); this command
+// follows the run with a progress line whenever it moves.
+klipora::Result<intelligence::CustomCategorySorter::Result> SortInDaemon(
+    CliSession& session, const CustomCategory& category) {
+  const std::string id = category.id.uuidString();
+  auto ask = [&](const char* command) -> klipora::Result<Json> {
+    Json request = app::makeRequest(command);
+    request["category"] = id;
+    auto reply = runLibraryRequest(session, request, 30);
+    if (!reply) return Err(Status::Unavailable("the daemon did not answer"));
+    if (!reply->reply.value("ok", false)) {
+      return Err(Status::Internal(replyError(reply->reply)));
+    }
+    return reply->reply;
+  };
+  ASSIGN_OR_RETURN(auto started, ask("apply-category"));
+  (void)started;
+  int64_t shown = -1;
+  for (;;) {
+    ASSIGN_OR_RETURN(auto state, ask("category-sorting"));
+    const int64_t examined = state.value("examined", int64_t{0});
+    if (examined != shown && (state["running"] == true || !state["result"].is_null())) {
+      shown = examined;
+      PrintProgress(category.name, examined, state.value("total", int64_t{0}),
+                    state.value("assigned", int64_t{0}));
+    }
+    if (state["running"] == false) {
+      if (state["result"].is_null()) {
+        return Err(Status::Internal("the daemon's run ended without a result (did it restart?)"));
+      }
+      return intelligence::CustomCategorySorter::Result{
+          category.id, state["result"].value("assigned", int64_t{0}),
+          state["result"].value("cancelled", false), session.platform().clock.now()};
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+  }
+}
+
 int RunApply(CliSession& session, const std::string& which, bool json) {
   if (!session.openLibrary()) return session.exitCode;
-  Categories c(session);
-  auto category = c.catalog.find(which);
+  std::optional<Categories> c;
+  c.emplace(session);
+  auto category = c->catalog.find(which);
   if (!category) return Fail("cannot apply the category", category.error());
-  auto result = SortInto(c, **category);
+  klipora::Result<intelligence::CustomCategorySorter::Result> result =
+      Err(Status::Internal("not sorted"));
+  if (runningDaemon(session)) {
+    c.reset();
+    result = SortInDaemon(session, **category);
+  } else {
+    result = SortInto(*c, **category);
+  }
   if (!result) return Fail("cannot sort into \"" + (*category)->name + "\"", result.error());
-  TellDaemon(session);
   if (json) {
     printJson(Json{{"id", (*category)->id.uuidString()},
                    {"assigned", result->assigned},
                    {"cancelled", result->cancelled}});
+  } else if (result->cancelled) {
+    std::cout << "Sorting into \"" << (*category)->name << "\" was cancelled by a newer run after "
+              << result->assigned << " filed.\n";
   } else {
     std::cout << FiledLine(result->assigned, (*category)->name) << "\n";
   }

@@ -7,11 +7,14 @@
 // that run reports itself cancelled.
 //
 // Thread rules: sort() blocks and runs on the thread that owns the context;
-// isSorting(), cancel() and state() are safe from any thread.
+// start() walks on that thread's executor, one batch per turn, so the
+// thread goes on serving meanwhile; isSorting(), cancel() and state() are
+// safe from any thread.
 #pragma once
 
 #include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
 
@@ -52,12 +55,15 @@ class CustomCategorySorter {
     std::optional<UUID> categoryID;
     bool isRunning = false;
     double progress = 0;
+    CustomSortProgress latest;  // of the run of `categoryID`
     std::optional<Result> lastResult;
   };
+  using Progress = std::function<void(const CustomSortProgress&)>;
 
   CustomCategorySorter(library::ModelContext& context, Clock& clock, CustomSortScorer& scorer,
                        int64_t batchSize = 200)
       : context_(context), clock_(clock), scorer_(scorer), batchSize_(batchSize) {}
+  ~CustomCategorySorter() { *alive_ = false; }
 
   bool isSorting(const UUID& categoryID) const;
   void cancel(const UUID& categoryID);
@@ -65,10 +71,21 @@ class CustomCategorySorter {
 
   // Runs to the end or until cancelled; `progress` is called after each
   // batch. An unreadable store or a failed save ends the run with its error.
-  klipora::Result<Result> sort(const UUID& categoryID,
-                               std::function<void(const CustomSortProgress&)> progress = {});
+  klipora::Result<Result> sort(const UUID& categoryID, Progress progress = {});
+  // The same run, one batch per turn of `loop` (the context's thread);
+  // `done` gets its end. Batches not run when the sorter goes are dropped.
+  void start(const UUID& categoryID, Executor& loop, Progress progress = {},
+             std::function<void(klipora::Result<Result>)> done = {});
 
  private:
+  struct Walk;
+  klipora::Result<std::shared_ptr<Walk>> begin(const UUID& categoryID);
+  // One batch; the run's end once it has ended.
+  std::optional<klipora::Result<Result>> step(Walk& walk, const Progress& progress);
+  Result finish(const Walk& walk, bool cancelled);
+  void continueWalk(std::shared_ptr<Walk> walk, Executor& loop, Progress progress,
+                    std::function<void(klipora::Result<Result>)> done);
+
   library::ModelContext& context_;
   Clock& clock_;
   CustomSortScorer& scorer_;
@@ -77,6 +94,7 @@ class CustomCategorySorter {
   std::map<UUID, uint64_t> runTokens_;  // the current run of each category
   uint64_t nextToken_ = 1;
   State state_;
+  std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
 };
 
 }  // namespace klipora::intelligence
