@@ -166,8 +166,20 @@ struct Tally {
   double worstExcess = 0, detectSeconds = 0, ocrSeconds = 0;
 };
 
+// What recognition read where `area` is, for the verbose report of a miss.
+std::string ReadAt(const processing::OCRResult& text, const Rect& area, double width,
+                   double height) {
+  std::string read;
+  for (const processing::OCRLine& line : text.lines) {
+    const processing::OCRRect& b = line.boundingBox;
+    Rect box = Rect::make(b.x * width, (1 - b.maxY()) * height, b.width * width, b.height * height);
+    if (Overlaps(box, area)) read += (read.empty() ? "" : " | ") + line.text;
+  }
+  return read;
+}
+
 void Score(const Page& page, const std::vector<MarkupAutoRedactor::Detection>& found,
-           bool verbose, Tally& t) {
+           const processing::OCRResult& text, bool verbose, Tally& t) {
   t.detections += static_cast<int>(found.size());
   for (const auto& d : found) {
     bool real = false;
@@ -185,7 +197,15 @@ void Score(const Page& page, const std::vector<MarkupAutoRedactor::Detection>& f
       if (Covers(d.frame, truth.box)) cover = &d;
     }
     if (cover == nullptr) {
-      if (verbose) std::printf("  missed: \"%s\"\n", truth.text.c_str());
+      if (verbose) {
+        std::printf("  missed: \"%s\"\n          read \"%s\"\n", truth.text.c_str(),
+                    ReadAt(text, truth.box, 1920, 1080).c_str());
+        for (const auto& d : found) {
+          if (!Overlaps(d.frame, truth.box)) continue;
+          std::printf("          partly: %s \"%s\"\n",
+                      std::string(MarkupAutoRedactor::kindName(d.kind)).c_str(), d.snippet.c_str());
+        }
+      }
       continue;
     }
     ++t.recalled;
@@ -204,7 +224,12 @@ void Score(const Page& page, const std::vector<MarkupAutoRedactor::Detection>& f
                               cover->frame.maxY() - allowed.maxY()});
     t.worstExcess = std::max(t.worstExcess, excess);
     if (excess <= 8) ++t.tight;
-    if (excess > 8 && verbose) std::printf("  loose by %.0f px: \"%s\"\n", excess, truth.text.c_str());
+    if (excess > 8 && verbose) {
+      std::printf("  loose by %.0f px (left %.0f, top %.0f, right %.0f, bottom %.0f): \"%s\"\n",
+                  excess, allowed.minX() - cover->frame.minX(), allowed.minY() - cover->frame.minY(),
+                  cover->frame.maxX() - allowed.maxX(), cover->frame.maxY() - allowed.maxY(),
+                  truth.text.c_str());
+    }
   }
 }
 
@@ -264,7 +289,7 @@ int main(int argc, char** argv) {
       t.ocrSeconds += std::chrono::duration<double>(middle - start).count();
       t.detectSeconds += std::chrono::duration<double>(end - middle).count();
       if (verbose) std::printf("%s\n", page.path.c_str());
-      Score(page, *found, verbose, t);
+      Score(page, *found, *text, verbose, t);
       if (!keep) std::filesystem::remove(page.path);
     }
   }

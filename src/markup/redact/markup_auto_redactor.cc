@@ -2,9 +2,12 @@
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <cmath>
+#include <tuple>
 
 #include "markup/redact/markup_redaction_patterns.h"
+#include "markup/redact/recognised_token_repair.h"
 #include "platform/localization.h"
 #include "platform/sha256.h"
 
@@ -87,7 +90,22 @@ size_t CodePoints(std::string_view text, size_t end) {
 // The box of bytes [begin, end) of a line: from its character boxes, or, when
 // the recogniser gave none, the matching share of the line's box.
 std::optional<OCRRect> RangeBox(const OCRLine& line, size_t begin, size_t end) {
-  if (!line.characterBoxes.empty()) return line.boundingBoxOfRange(begin, end);
+  if (!line.characterBoxes.empty()) {
+    // The recogniser now and then gives the glyphs of a word it split boxes
+    // twice the line's height; such a box counts only across.
+    std::vector<double> heights;
+    for (const auto& c : line.characterBoxes) heights.push_back(c.box.height);
+    std::nth_element(heights.begin(), heights.begin() + heights.size() / 2, heights.end());
+    const double tallest = 1.5 * heights[heights.size() / 2];
+    std::optional<OCRRect> across, band;
+    for (const auto& c : line.characterBoxes) {
+      if (c.offset + c.length <= begin || c.offset >= end) continue;
+      across = across ? across->united(c.box) : c.box;
+      if (c.box.height <= tallest) band = band ? band->united(c.box) : c.box;
+    }
+    if (!across || !band) return across;
+    return OCRRect{across->x, band->y, across->width, band->height};
+  }
   size_t total = CodePoints(line.text, line.text.size());
   if (total == 0) return std::nullopt;
   double from = static_cast<double>(CodePoints(line.text, begin)) / total;
@@ -100,6 +118,45 @@ Detection Scaled(Detection d, double sx, double sy) {
   d.frame = Rect::make(std::floor(d.frame.minX() * sx), std::floor(d.frame.minY() * sy),
                        std::ceil(d.frame.size.width * sx), std::ceil(d.frame.size.height * sy));
   return d;
+}
+
+// Whether `pattern` matches all of [begin, end) of `text`.
+bool MatchesWhole(const RedactionPattern& pattern, std::string_view text, size_t begin,
+                  size_t end) {
+  bool whole = false;
+  pattern.forEachMatch(text.substr(begin, end - begin),
+                       [&](size_t b, size_t e) { whole = whole || (b == 0 && e == end - begin); });
+  return whole;
+}
+
+bool PlainWord(std::string_view text) {
+  return !text.empty() && !looksLikeTokenPiece(text) &&
+         std::all_of(text.begin(), text.end(),
+                     [](char c) { return std::isalpha(static_cast<unsigned char>(c)) != 0; });
+}
+
+// Narrows a match of the repaired text that a narrow blank extended by a
+// word: while the piece before its first join (or after its last) is a plain
+// word and the rest matches on its own, that piece is a label ("SECRET",
+// "Key") glued to the token, not part of it.
+void Trim(const RedactionPattern& pattern, const RepairedLine& line, size_t& begin,
+          size_t& end) {
+  const std::string_view text = line.text;
+  bool trimmed = true;
+  while (trimmed && line.joinsInside(begin, end)) {
+    trimmed = false;
+    size_t first = *std::upper_bound(line.joins.begin(), line.joins.end(), begin);
+    if (PlainWord(text.substr(begin, first - begin)) && MatchesWhole(pattern, text, first, end)) {
+      begin = first;
+      trimmed = true;
+      continue;
+    }
+    size_t last = *(std::lower_bound(line.joins.begin(), line.joins.end(), end) - 1);
+    if (PlainWord(text.substr(last, end - last)) && MatchesWhole(pattern, text, begin, last)) {
+      end = last;
+      trimmed = true;
+    }
+  }
 }
 
 DetectError FromOcr(const processing::OCRError& error) {
@@ -217,18 +274,33 @@ std::vector<Detection> MarkupAutoRedactor::scanText(const std::vector<OCRLine>& 
                             line.text});
     }
     if (!includePII) continue;
-    // The recogniser reads a thin l, I or 1 inside a token as a bar now and
-    // then; the patterns see a letter there (the same byte, so offsets and
-    // boxes stay), the snippet keeps what was read.
-    std::string matched = line.text;
-    std::replace(matched.begin(), matched.end(), '|', 'l');
+    // First the text as read, then as repaired (tokens rejoined, look-alike
+    // glyphs and key prefixes restored) where that differs; a match of the
+    // repaired text that spans a rejoined blank drops the words at its ends
+    // that the match does not need (a label before a key).
+    std::vector<std::tuple<Kind, size_t, size_t>> found;
+    auto add = [&](Kind kind, size_t begin, size_t end) {
+      if (std::find(found.begin(), found.end(), std::tuple{kind, begin, end}) != found.end()) {
+        return;
+      }
+      found.emplace_back(kind, begin, end);
+      std::optional<OCRRect> box = RangeBox(line, begin, end);
+      if (!box) return;
+      detections.push_back({kind, Grow(ToPixels(*box, imageSize), kTextMargin, imageSize),
+                            line.text.substr(begin, end - begin)});
+    };
     for (const RedactionPattern& pattern : redactionPatterns()) {
-      pattern.forEachMatch(matched, [&](size_t begin, size_t end) {
-        std::optional<OCRRect> box = RangeBox(line, begin, end);
-        if (!box) return;
-        detections.push_back({pattern.kind(),
-                              Grow(ToPixels(*box, imageSize), kTextMargin, imageSize),
-                              line.text.substr(begin, end - begin)});
+      pattern.forEachMatch(line.text, [&](size_t begin, size_t end) {
+        add(pattern.kind(), begin, end);
+      });
+    }
+    RepairedLine repaired = repairForMatching(line, imageSize);
+    if (repaired.text == line.text) continue;
+    for (const RedactionPattern& pattern : redactionPatterns()) {
+      pattern.forEachMatch(repaired.text, [&](size_t begin, size_t end) {
+        Trim(pattern, repaired, begin, end);
+        auto [from, to] = repaired.originalRange(line.text, begin, end);
+        if (from < to) add(pattern.kind(), from, to);
       });
     }
   }
