@@ -14,6 +14,8 @@ packages=(
   # faces, people, QR codes and tilt: OpenCV's object detection (core and
   # imgproc come with it) and the face models of opencv-data
   libopencv-objdetect-dev opencv-data
+  # the text of QR codes (Debian's OpenCV finds codes but cannot decode them)
+  libzbar-dev
   # colour emoji for the emoji stamps of markup
   fonts-noto-color-emoji
   # perspective correction and subject segmentation of markup (core and imgproc only)

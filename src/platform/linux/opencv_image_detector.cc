@@ -6,6 +6,8 @@
 #include <opencv2/imgproc.hpp>
 #include <opencv2/objdetect.hpp>
 
+#include "platform/linux/zbar_qr_reader.h"
+
 namespace klipora {
 namespace {
 
@@ -50,6 +52,29 @@ Result<T> Guarded(const char* what, F&& work) {
     return tl::unexpected(Status::Internal(std::string(what) + " failed: " + e.what()));
   } catch (const std::exception& e) {
     return tl::unexpected(Status::Internal(std::string(what) + " failed: " + e.what()));
+  }
+}
+
+// Gives each code OpenCV found the text ZBar read where they lie on each
+// other (the most overlapping one); a code only ZBar found is added.
+void AddPayloads(std::vector<DetectedCode>& codes, const std::vector<ReadQRCode>& read) {
+  auto overlap = [](const ImageRect& a, const ImageRect& b) {
+    int w = std::min(a.x + a.width, b.x + b.width) - std::max(a.x, b.x);
+    int h = std::min(a.y + a.height, b.y + b.height) - std::max(a.y, b.y);
+    return w > 0 && h > 0 ? static_cast<int64_t>(w) * h : 0;
+  };
+  for (const ReadQRCode& r : read) {
+    DetectedCode* best = nullptr;
+    int64_t bestArea = 0;
+    for (DetectedCode& code : codes) {
+      int64_t area = overlap(code.frame, r.frame);
+      if (area > bestArea) best = &code, bestArea = area;
+    }
+    if (best == nullptr) {
+      codes.push_back({r.frame, r.payload});
+    } else if (best->payload.empty()) {
+      best->payload = r.payload;
+    }
   }
 }
 
@@ -135,9 +160,8 @@ Result<std::vector<DetectedCode>> OpenCvImageDetector::detectQRCodes(const Pixel
       // The single-code detector finds some codes the multi-code one misses.
       std::vector<cv::Point2f> single;
       std::string payload = detector.detectAndDecode(grey, single);
-      if (single.size() != 4) return codes;
       payloads = {payload};
-      corners = single;
+      corners = single.size() == 4 ? single : std::vector<cv::Point2f>{};
     }
     for (size_t i = 0; i + 3 < corners.size(); i += 4) {
       std::vector<cv::Point2f> quad(corners.begin() + static_cast<std::ptrdiff_t>(i),
@@ -147,6 +171,7 @@ Result<std::vector<DetectedCode>> OpenCvImageDetector::detectQRCodes(const Pixel
       if (i / 4 < payloads.size()) code.payload = payloads[i / 4];
       codes.push_back(std::move(code));
     }
+    AddPayloads(codes, readQRCodes(grey.data, grey.cols, grey.rows, static_cast<int>(grey.step)));
     return codes;
   });
 }

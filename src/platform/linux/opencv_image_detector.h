@@ -2,7 +2,8 @@
 // of opencv-data, frontal and profile (the profile one also on the mirrored
 // image, for faces turned the other way). People: the HOG people detector
 // with its built-in linear model. QR codes: QRCodeDetector, several per
-// image. Line segments: Canny edges and the probabilistic Hough transform.
+// image, their text read by ZBar (zbar_qr_reader.h). Line segments: Canny
+// edges and the probabilistic Hough transform.
 // Large images are shrunk to kMaxDetectionSide on their longer side first
 // (faces and bodies smaller than that loses are too small to recognise);
 // results are scaled back to the image's pixels.
