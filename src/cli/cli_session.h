@@ -15,6 +15,7 @@
 #include "library/app_settings.h"
 #include "library/library_root.h"
 #include "library/model_container.h"
+#include "library/screenshot_item.h"
 #include "library/storage_service.h"
 #include "markup/non_destructive_edit_cleaner.h"
 #include "platform/app_paths.h"
@@ -65,6 +66,13 @@ class CliSession {
   std::shared_ptr<log::LogSink> fileSink_;
   bool opened_ = false;
 };
+
+// The items with these ids, every id checked before a command changes
+// anything, so that a typo changes nothing. On a malformed id (a usage error,
+// found before the library is opened) or one no item has, prints why, sets
+// session.exitCode and returns nothing.
+std::optional<std::vector<std::shared_ptr<library::ScreenshotItem>>> fetchItems(
+    CliSession& session, const std::vector<std::string>& ids);
 
 // Prints `json` pretty (2 spaces) with a trailing newline.
 void printJson(const nlohmann::ordered_json& json);

@@ -10,31 +10,10 @@ namespace klipora::cli {
 namespace {
 
 int RunMark(CliSession& session, const std::string& verb, const std::vector<std::string>& ids) {
-  std::vector<UUID> uuids;
-  for (const auto& id : ids) {
-    auto uuid = UUID::Parse(id);
-    if (!uuid) {
-      std::cerr << "klipora: \"" << id << "\" is not an item id\n";
-      return kExitUsage;
-    }
-    uuids.push_back(*uuid);
-  }
-  if (!session.openLibrary()) return session.exitCode;
+  auto fetched = fetchItems(session, ids);
+  if (!fetched) return session.exitCode;
+  auto& items = *fetched;
   auto& context = session.context();
-  // Every id is checked before anything changes, so a typo changes nothing.
-  std::vector<std::shared_ptr<library::ScreenshotItem>> items;
-  for (const auto& uuid : uuids) {
-    auto item = context.fetchByKey<library::ScreenshotItem>(uuid.uuidString());
-    if (!item) {
-      std::cerr << "klipora: cannot read the library: " << item.error().message() << "\n";
-      return kExitFailure;
-    }
-    if (!*item) {
-      std::cerr << "klipora: no item with id " << uuid.uuidString() << "; nothing changed\n";
-      return kExitFailure;
-    }
-    items.push_back(*item);
-  }
   const bool on = verb == "favorite" || verb == "archive";
   const bool favorite = verb == "favorite" || verb == "unfavorite";
   for (auto& item : items) (favorite ? item->favorite : item->archived) = on;

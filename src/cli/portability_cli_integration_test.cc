@@ -31,9 +31,9 @@ class PortabilityCliTest : public ::testing::Test {
     EXPECT_EQ(r.exitCode, 0) << r.err;
     return json::parse(r.out, nullptr, false);
   }
-  std::set<std::string> found(const std::string& query) {
+  std::set<std::string> found(const std::string& query, const std::string& in = "all") {
     std::set<std::string> ids;
-    auto r = klipora({"search", "--json", query});
+    auto r = klipora({"search", "--json", "--in", in, query});
     EXPECT_EQ(r.exitCode, 0) << r.err;
     json result = json::parse(r.out, nullptr, false);
     if (!result.is_object()) ADD_FAILURE() << "search " << query << ": " << r.out << r.err;
@@ -46,7 +46,8 @@ class PortabilityCliTest : public ::testing::Test {
     for (const auto& item : jsonOf({"list", "--json"})) {
       out[item["id"]] = {item["generatedTitle"], item["userTitle"],      item["generatedCategory"],
                          item["userCategory"],   item["userTagsRaw"],    item["ocrText"],
-                         item["capturedAt"],     item["processingStateRaw"], item["checksum"]};
+                         item["capturedAt"],     item["processingStateRaw"], item["checksum"],
+                         item["userNote"]};
     }
     return out;
   }
@@ -85,10 +86,29 @@ TEST_F(PortabilityCliTest, ExportDeleteImportFindsTheSameLibrary) {
   std::vector<std::string> tagTax = {"tag", "add", "taxes", "--color", "#112233"};
   tagTax.insert(tagTax.end(), ids.begin() + 15, ids.begin() + 25);
   ASSERT_EQ(klipora(tagTax).exitCode, 0);
+  // The user's own titles, notes and categories, built-in and their own.
+  for (int i = 0; i < 8; ++i) {
+    auto r = klipora({"edit", ids[i], "--title", "Expense claim " + std::to_string(i), "--note",
+                      "keep for the auditors"});
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+  }
+  ASSERT_EQ(klipora({"edit", ids[8], ids[9], ids[10], "--category", "travel"}).exitCode, 0);
+  auto added = jsonOf({"categories", "add", "Quarterly", "--description",
+                       "quarterly reports and revenue figures", "--json"});
+  std::vector<std::string> fileQuarterly = {"categories", "file", "Quarterly"};
+  fileQuarterly.insert(fileQuarterly.end(), ids.begin() + 30, ids.begin() + 36);
+  ASSERT_EQ(klipora(fileQuarterly).exitCode, 0);
+
   auto before = shown();
   auto work = found("tag:work"), invoices = found("invoice"), errors = found("undefined");
+  auto claims = found("expense claim"), auditors = found("auditors"), travel = found("cat:travel");
   EXPECT_EQ(work.size(), 20u);
   EXPECT_FALSE(invoices.empty());
+  EXPECT_EQ(claims, std::set<std::string>(ids.begin(), ids.begin() + 8));
+  EXPECT_EQ(auditors, claims);
+  EXPECT_TRUE(travel.count(ids[8]) && travel.count(ids[9]) && travel.count(ids[10]));
+  auto quarterly = found("", "customCategory:" + added["id"].get<std::string>());
+  for (int i = 30; i < 36; ++i) EXPECT_TRUE(quarterly.count(ids[i])) << i;
 
   const std::string out = dir_.file("My Export");
   json exported = jsonOf({"export", out, "--json"});
@@ -112,6 +132,17 @@ TEST_F(PortabilityCliTest, ExportDeleteImportFindsTheSameLibrary) {
   EXPECT_EQ(found("invoice"), invoices);
   EXPECT_EQ(found("undefined"), errors);
   EXPECT_EQ(found("tag:taxes").size(), 10u);
+  EXPECT_EQ(found("expense claim"), claims);
+  EXPECT_EQ(found("auditors"), auditors);
+  EXPECT_EQ(found("cat:travel"), travel);
+  // The user's category comes back by name, with its rule and keywords.
+  json categories = jsonOf({"categories", "list", "--json"});
+  ASSERT_EQ(categories.size(), 1u) << categories;
+  EXPECT_EQ(categories[0]["name"], "Quarterly");
+  EXPECT_EQ(categories[0]["keywords"], added["keywords"]);
+  EXPECT_EQ(categories[0]["description"], "quarterly reports and revenue figures");
+  EXPECT_EQ(categories[0]["centroid"], true);  // repaired after the import
+  EXPECT_EQ(found("", "customCategory:" + categories[0]["id"].get<std::string>()), quarterly);
 
   // The colour of a tag travels with the settings, not with the export.
   auto merged = klipora({"settings", "import", settingsFile});
@@ -144,6 +175,16 @@ TEST_F(PortabilityCliTest, BadInputIsNamedAndChangesNothing) {
   EXPECT_NE(newer.err.find("newer version"), std::string::npos);
   EXPECT_NE(newer.err.find("\"warp\""), std::string::npos);
   EXPECT_EQ(jsonOf({"settings", "--json"})["automaticImportEnabled"], true);
+
+  auto badCategory = klipora({"edit", "6F9619FF-8B86-D011-B42D-00C04FC964FF", "--category", "cars"});
+  EXPECT_EQ(badCategory.exitCode, 2);
+  EXPECT_NE(badCategory.err.find("\"cars\" is not a category (code, documents"), std::string::npos)
+      << badCategory.err;
+  auto noItem = klipora({"edit", "6F9619FF-8B86-D011-B42D-00C04FC964FF", "--title", "x"});
+  EXPECT_EQ(noItem.exitCode, 1);
+  EXPECT_NE(noItem.err.find("no item with id 6F9619FF-8B86-D011-B42D-00C04FC964FF; nothing changed"),
+            std::string::npos)
+      << noItem.err;
 
   fs::create_directories(dir_.file("locked"));
   fs::permissions(dir_.file("locked"), fs::perms::owner_read | fs::perms::owner_exec);

@@ -28,28 +28,63 @@ bool staysInside(const std::string& relative) {
   return true;
 }
 
-// The library's custom categories by lower-cased name; a missing one is
-// created on first use.
+// The library's custom categories by lower-cased name. Those the export
+// lists and the library lacks are made with their rule and keywords (their
+// centroid is built when the library next repairs its categories); a name
+// that only an item carries is made bare on first use.
 class CustomCategories {
  public:
   CustomCategories(library::ModelContext& context, Clock& clock) : context_(context), clock_(clock) {}
-  Status load() {
+  Status load(const Json& listed, const std::string& indexPath, std::vector<std::string>& warnings) {
     ASSIGN_OR_RETURN(auto all, context_.fetch<library::CustomCategory>());
     for (const auto& c : all) byName_.emplace(library::lowercased(c->name), c->id);
+    if (listed.is_null()) return Status::Ok();
+    if (!listed.is_array()) {
+      warnings.push_back(indexPath + ": customCategories is not a list; ignored");
+      return Status::Ok();
+    }
+    for (const auto& entry : listed) {
+      if (!entry.is_object() || !entry.contains("name") || !entry["name"].is_string() ||
+          entry["name"].get<std::string>().empty()) {
+        warnings.push_back(indexPath + ": a custom category without a name ignored");
+        continue;
+      }
+      const std::string name = entry["name"];
+      if (byName_.count(library::lowercased(name))) continue;
+      auto category = make(name);
+      if (entry.contains("description") && entry["description"].is_string() &&
+          !entry["description"].get<std::string>().empty()) {
+        category->categoryDescription = entry["description"].get<std::string>();
+      }
+      if (entry.contains("systemImage") && entry["systemImage"].is_string()) {
+        category->systemImage = entry["systemImage"];
+      }
+      std::vector<std::string> keywords;
+      if (entry.contains("keywords") && entry["keywords"].is_array()) {
+        for (const auto& k : entry["keywords"]) {
+          if (k.is_string() && !k.get<std::string>().empty()) keywords.push_back(k);
+        }
+      }
+      if (!keywords.empty()) category->setKeywords(keywords);
+    }
     return Status::Ok();
   }
   UUID idFor(const std::string& name) {
     auto it = byName_.find(library::lowercased(name));
     if (it != byName_.end()) return it->second;
+    return make(name)->id;
+  }
+
+ private:
+  std::shared_ptr<library::CustomCategory> make(const std::string& name) {
     auto category = std::make_shared<library::CustomCategory>();
     category->name = name;
     category->createdAt = clock_.now();
     context_.insert(category);
     byName_.emplace(library::lowercased(name), category->id);
-    return category->id;
+    return category;
   }
 
- private:
   library::ModelContext& context_;
   Clock& clock_;
   std::map<std::string, UUID> byName_;
@@ -125,7 +160,9 @@ Result<ExportImportReport> ExportImporter::importFrom(const std::string& folder,
   }
 
   CustomCategories categories(context_, clock_);
-  RETURN_IF_ERROR(categories.load());
+  RETURN_IF_ERROR(categories.load(index.contains("customCategories") ? index["customCategories"]
+                                                                     : Json(),
+                                  indexPath, report.warnings));
   std::vector<std::string> unsavedFiles;
   std::vector<size_t> unsavedItems;
   auto saveBatch = [&]() {

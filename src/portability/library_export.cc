@@ -129,7 +129,14 @@ Result<LibraryExportReport> LibraryExporter::exportTo(const std::string& folder,
   }
   ASSIGN_OR_RETURN(auto categories, context_.fetch<library::CustomCategory>());
   std::unordered_map<std::string, std::string> customNames;
-  for (const auto& c : categories) customNames[c->id.uuidString()] = c->name;
+  Json customCategories = Json::array();
+  for (const auto& c : categories) {
+    customNames[c->id.uuidString()] = c->name;
+    customCategories.push_back({{"name", c->name},
+                                {"description", c->categoryDescription.value_or("")},
+                                {"keywords", c->keywords()},
+                                {"systemImage", c->systemImage}});
+  }
 
   // Every item is named before any file is written, so that names an earlier
   // run gave are kept and a new name never takes one of them.
@@ -233,6 +240,7 @@ Result<LibraryExportReport> LibraryExporter::exportTo(const std::string& folder,
                {"version", kExportFormatVersion},
                {"exportedAt", formatISO8601(clock_.now())},
                {"variant", variant == ExportVariant::originals ? "originals" : "edited"},
+               {"customCategories", std::move(customCategories)},
                {"items", std::move(items)}};
   RETURN_IF_ERROR(fs_.writeFileAtomically(
                          indexPath, written.dump(2, ' ', false, Json::error_handler_t::replace) +

@@ -1,7 +1,9 @@
 // The written form of a library export: a folder with one image file per
 // item in a folder per category, and two indexes beside them:
 //   library.json  {"format": "klipora-library-export", "version": 1,
-//                  "exportedAt", "variant": "edited"|"originals", "items": [...]}
+//                  "exportedAt", "variant": "edited"|"originals",
+//                  "customCategories": [{"name", "description", "keywords",
+//                                        "systemImage"}], "items": [...]}
 //   library.csv   one row per item, the user-facing fields, RFC 4180 quoting
 // ExportedItem is one entry of "items"; `file` is relative to the folder,
 // with '/' between the category folder and the file name.

@@ -178,7 +178,12 @@ TEST_F(ExportImportTest, UserFieldsComeBackAndASecondRunFindsDuplicates) {
   ASSERT_TRUE(storage_.createLibraryStructure().ok());
   auto category = std::make_shared<library::CustomCategory>();
   category->name = "Taxes";
+  category->categoryDescription = "tax returns and receipts";
+  category->setKeywords({"tax", "return", "receipt"});
   context().insert(category);
+  auto unused = std::make_shared<library::CustomCategory>();
+  unused->name = "Cars";
+  context().insert(unused);
   auto a = addItem("Invoice", ScreenshotCategory::receipts);
   a->userTitle = "My invoice";
   a->setUserTags({"work", "Tax"});
@@ -214,8 +219,12 @@ TEST_F(ExportImportTest, UserFieldsComeBackAndASecondRunFindsDuplicates) {
   EXPECT_EQ(back.libraryPath.rfind("/new/Originals/", 0), 0u);
   EXPECT_TRUE(back.thumbnailPath.has_value());
   auto categories = *target_->mainContext().fetch<library::CustomCategory>();
-  ASSERT_EQ(categories.size(), 1u);
-  EXPECT_EQ(back.customCategoryID, categories[0]->id);
+  // Every category comes back with its rule, also one nothing was filed in.
+  ASSERT_EQ(categories.size(), 2u);
+  auto taxes = categories[0]->name == "Taxes" ? categories[0] : categories[1];
+  EXPECT_EQ(back.customCategoryID, taxes->id);
+  EXPECT_EQ(taxes->categoryDescription, "tax returns and receipts");
+  EXPECT_EQ(taxes->keywords(), (std::vector<std::string>{"tax", "return", "receipt"}));
   EXPECT_EQ(items[1]->processingState(), library::ProcessingState::pending);
   EXPECT_EQ(target_->mainContext().fetchCount<library::UserTag>().value_or(0), 2);
 
@@ -223,6 +232,7 @@ TEST_F(ExportImportTest, UserFieldsComeBackAndASecondRunFindsDuplicates) {
   ASSERT_TRUE(again.has_value());
   EXPECT_EQ(again->duplicates, 2u);
   EXPECT_EQ(imported().size(), 2u);
+  EXPECT_EQ(target_->mainContext().fetchCount<library::CustomCategory>().value_or(0), 2);
 }
 
 TEST_F(ExportImportTest, BadEntriesAreReportedAndLoseNothing) {
