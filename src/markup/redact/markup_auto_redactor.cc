@@ -79,6 +79,42 @@ Rect Grow(const Rect& r, double margin, Size image) {
   return Rect::make(left, top, std::max(0.0, right - left), std::max(0.0, bottom - top));
 }
 
+// Grow, but no further into neighbouring ink than the tight box reaches
+// already: above and below the lines of text around (with tight line
+// spacing the margin would cover their ascenders or descenders), left and
+// right the characters of the line before and after the match.
+Rect GrowWithinNeighbours(const Rect& r, double margin, Size image,
+                          const std::vector<Rect>& lineBoxes, size_t self,
+                          std::optional<Rect> before, std::optional<Rect> after) {
+  Rect grown = Grow(r, margin, image);
+  const double middle = lineBoxes[self].minY() + lineBoxes[self].size.height / 2;
+  double left = grown.minX(), right = grown.maxX(), top = grown.minY(), bottom = grown.maxY();
+  if (before) left = std::max(left, std::min(r.minX(), before->maxX()));
+  if (after) right = std::min(right, std::max(r.maxX(), after->minX()));
+  for (size_t j = 0; j < lineBoxes.size(); ++j) {
+    const Rect& other = lineBoxes[j];
+    if (j == self || other.maxX() <= left || other.minX() >= right) continue;
+    if (other.minY() + other.size.height / 2 < middle) {
+      top = std::max(top, std::min(r.minY(), other.maxY()));
+    } else {
+      bottom = std::min(bottom, std::max(r.maxY(), other.minY()));
+    }
+  }
+  return Rect::make(left, top, std::max(0.0, right - left), std::max(0.0, bottom - top));
+}
+
+// The boxes of the characters just before and just after bytes [begin, end).
+std::pair<std::optional<OCRRect>, std::optional<OCRRect>> NeighbourBoxes(const OCRLine& line,
+                                                                         size_t begin,
+                                                                         size_t end) {
+  std::optional<OCRRect> before, after;
+  for (const auto& c : line.characterBoxes) {
+    if (c.offset + c.length <= begin) before = c.box;
+    if (c.offset >= end && !after) after = c.box;
+  }
+  return {before, after};
+}
+
 size_t CodePoints(std::string_view text, size_t end) {
   size_t n = 0;
   for (size_t i = 0; i < end && i < text.size(); ++i) {
@@ -267,7 +303,12 @@ std::vector<Detection> MarkupAutoRedactor::scanText(const std::vector<OCRLine>& 
                                                     Size imageSize, bool includePII,
                                                     bool includeAllText) {
   std::vector<Detection> detections;
-  for (const OCRLine& line : observations) {
+  std::vector<Rect> lineBoxes;
+  if (includePII) {
+    for (const OCRLine& line : observations) lineBoxes.push_back(ToPixels(line.boundingBox, imageSize));
+  }
+  for (size_t index = 0; index < observations.size(); ++index) {
+    const OCRLine& line = observations[index];
     if (includeAllText && !line.text.empty()) {
       detections.push_back({Kind::allText,
                             Grow(ToPixels(line.boundingBox, imageSize), kTextMargin, imageSize),
@@ -286,7 +327,14 @@ std::vector<Detection> MarkupAutoRedactor::scanText(const std::vector<OCRLine>& 
       found.emplace_back(kind, begin, end);
       std::optional<OCRRect> box = RangeBox(line, begin, end);
       if (!box) return;
-      detections.push_back({kind, Grow(ToPixels(*box, imageSize), kTextMargin, imageSize),
+      auto [before, after] = NeighbourBoxes(line, begin, end);
+      auto pixels = [&](const std::optional<OCRRect>& b) {
+        return b ? std::optional<Rect>(ToPixels(*b, imageSize)) : std::nullopt;
+      };
+      detections.push_back({kind,
+                            GrowWithinNeighbours(ToPixels(*box, imageSize), kTextMargin,
+                                                 imageSize, lineBoxes, index, pixels(before),
+                                                 pixels(after)),
                             line.text.substr(begin, end - begin)});
     };
     for (const RedactionPattern& pattern : redactionPatterns()) {

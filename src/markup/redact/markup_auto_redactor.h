@@ -13,7 +13,11 @@
 // Margin: every text detection (the patterns' kinds and allText) is grown by
 // kTextMargin pixels on each side, clipped to the image, before merging:
 // recognised character boxes hug the ink, and anti-aliased edges, accents
-// and descenders reach a pixel or two beyond them. Faces and people keep the
+// and descenders reach a pixel or two beyond them. A match's margin stops
+// at the neighbouring ink: above and below at the lines of text around, left
+// and right at the characters before and after it (so that tightly set text
+// around a secret stays readable); lines of allText keep it whole, to merge
+// into blocks. Faces and people keep the
 // detector's rectangles, which already include a border around the face or
 // body.
 //

@@ -216,6 +216,25 @@ TEST(MarkupAutoRedactorTest, ANarrowBlankJoinsButALabelIsNotGluedToTheToken) {
   EXPECT_GE(token[0].frame.minX(), 20 + 6 * kCharWidth - 8 - MarkupAutoRedactor::kTextMargin);
 }
 
+TEST(MarkupAutoRedactorTest, TheMarginStopsAtTheLinesAboveAndBelow) {
+  // Lines 18 px apart, 16 px high: 2 px between them.
+  auto found = Scan({Line("cat notes.txt", 20, 100), Line("mail x@y.org now", 20, 118),
+                     Line("and more text", 20, 136)});
+  ASSERT_EQ(found.size(), 1u);
+  EXPECT_EQ(found[0].frame.minY(), 116);
+  EXPECT_EQ(found[0].frame.maxY(), 136);
+  EXPECT_EQ(found[0].frame.minX(), Chars(5, 12).minX());  // across a blank, the margin stays
+  // Across, it stops at the characters just before and after the match.
+  auto packed = Scan({Line("mail:x@y.org;now")});
+  ASSERT_EQ(packed.size(), 1u);
+  EXPECT_EQ(packed[0].frame.minX(), 20 + 5 * kCharWidth - 2);
+  EXPECT_EQ(packed[0].frame.maxX(), 20 + 12 * kCharWidth);
+  // A line beside, not above, leaves the margin whole.
+  auto alone = Scan({Line("mail x@y.org", 20, 118), Line("far off", 400, 100)});
+  ASSERT_EQ(alone.size(), 1u);
+  EXPECT_EQ(alone[0].frame, Chars(5, 12, 20, 118));
+}
+
 TEST(MarkupAutoRedactorTest, AGlyphBoxTallerThanTheLineCountsOnlyAcross) {
   OCRLine line = Line("mail x@y.org now");
   for (auto& c : line.characterBoxes) {
