@@ -1,17 +1,24 @@
-// klipora redact IMAGE: finds what should be hidden in a screenshot (personal
-// data and secrets in its text, optionally every line of text, faces and
-// people) and prints where it is.
+// klipora redact IMAGE | --item ID: finds what should be hidden in a
+// screenshot (personal data and secrets in its text, optionally every line of
+// text, faces, people and QR codes) and prints where it is; --apply writes the
+// image with all of it covered, --commit covers it in a library item as an
+// edit (its original kept, the edit reopening with every layer).
 #include <CLI/CLI.hpp>
-#include <cairo.h>
 
 #include <iostream>
+#include <memory>
 
 #include "cli/cli_session.h"
 #include "cli/command_registry.h"
+#include "cli/daemon_client.h"
+#include "cli/markup_asset_session.h"
+#include "library/screenshot_item.h"
+#include "markup/markup_non_destructive_store.h"
+#include "markup/markup_snapshot_json.h"
 #include "markup/redact/markup_auto_redactor.h"
 #include "markup/redact/markup_image_detectors.h"
 #include "markup/redact/markup_redaction_layers.h"
-#include "markup/render/markup_renderer.h"
+#include "markup/render/markup_export_service.h"
 #include "processing/ocr_service.h"
 
 namespace klipora::cli {
@@ -21,6 +28,7 @@ using markup::MarkupAutoRedactor;
 
 struct RedactOptions {
   std::string image;
+  std::string item;  // an item's id, instead of an image file
   bool pii = false;
   bool allText = false;
   bool faces = false;
@@ -28,17 +36,58 @@ struct RedactOptions {
   bool qr = false;
   bool json = false;
   bool apply = false;
+  bool commit = false;  // with --item
   std::string output;  // the rendered PNG, with --apply
   markup::HumanRedactionStyle humanStyle = markup::HumanRedactionStyle::blur;
 };
 
-std::optional<std::string> Read(CliSession& session, const std::string& path) {
-  auto bytes = session.platform().fileSystem.readFile(path);
-  if (!bytes) {
-    std::cerr << "klipora: cannot read " << path << ": " << bytes.error().message() << "\n";
+// What is redacted: the image's bytes, its name in messages and, for a
+// library item, its id and the edits an earlier commit left on it (their
+// layers are kept; the image is then the item's original).
+struct RedactSource {
+  std::string bytes;
+  std::string name;
+  std::optional<UUID> itemID;
+  std::optional<markup::MarkupDocumentSnapshot> edits;
+};
+
+// The item's image and edits; none after saying why not (exit code set).
+std::optional<RedactSource> SourceFromItem(CliSession& session, const std::string& id) {
+  auto uuid = UUID::Parse(id);
+  if (!uuid) {
+    std::cerr << "klipora: \"" << id << "\" is not an item id\n";
+    session.exitCode = kExitUsage;
     return std::nullopt;
   }
-  return std::move(*bytes);
+  session.exitCode = kExitFailure;
+  if (!session.openLibrary()) return std::nullopt;
+  auto item = session.context().fetchByKey<library::ScreenshotItem>(uuid->uuidString());
+  if (!item) {
+    std::cerr << "klipora: cannot read the library: " << item.error().message() << "\n";
+    return std::nullopt;
+  }
+  if (!*item || (*item)->isTrashed()) {
+    std::cerr << "klipora: no item with id " << uuid->uuidString() << "\n";
+    return std::nullopt;
+  }
+  RedactSource source;
+  source.itemID = *uuid;
+  source.name = (*item)->libraryPath;
+  markup::MarkupNonDestructiveStore store(session.platform().fileSystem);
+  if (auto reload = store.validatedReload(session.libraryRoot().root, *uuid,
+                                          (*item)->libraryPath)) {
+    source.name = reload->rawURL;
+    source.edits = std::move(reload->snapshot);
+  }
+  auto bytes = session.platform().fileSystem.readFile(source.name);
+  if (!bytes) {
+    std::cerr << "klipora: cannot read " << source.name << ": " << bytes.error().message()
+              << "\n";
+    return std::nullopt;
+  }
+  source.bytes = std::move(*bytes);
+  session.exitCode = kExitOk;
+  return source;
 }
 
 // Grey pixels, enough for every detector.
@@ -68,52 +117,44 @@ nlohmann::ordered_json CodeJson(const markup::MarkupQRDetector::Detection& code)
   return {{"kind", "qrCode"}, {"frame", FrameJson(code.frame)}, {"snippet", code.payload}};
 }
 
-// Cairo writes the PNG; its stream callback appends to a string.
-cairo_status_t AppendPng(void* closure, const unsigned char* data, unsigned int length) {
-  static_cast<std::string*>(closure)->append(reinterpret_cast<const char*>(data), length);
-  return CAIRO_STATUS_SUCCESS;
+struct RedactedDocument {
+  markup::MarkupDocumentSnapshot snapshot;
+  size_t added = 0;  // layers added (none where the item's edits cover a place already)
+};
+
+// The source's document with every detection covered by a redaction layer
+// (one undo step, as the editor does) and every QR code blurred: the item's
+// earlier edits when it has them, else an empty document over the image.
+RedactedDocument Redacted(
+    CliSession& session, const RedactSource& source, const markup::MarkupImage& image,
+    const RedactOptions& options, const std::vector<MarkupAutoRedactor::Detection>& found,
+    const std::vector<markup::MarkupQRDetector::Detection>& codes) {
+  markup::NoPointerInput pointer;
+  Timers& timers = session.platform().mainLoop;
+  std::unique_ptr<markup::MarkupDocument> document =
+      source.edits
+          ? std::make_unique<markup::MarkupDocument>(*source.edits, timers, pointer)
+          : std::make_unique<markup::MarkupDocument>(
+                source.itemID.value_or(UUID::Random()),
+                markup::Size{static_cast<double>(image.width()),
+                             static_cast<double>(image.height())},
+                session.platform().clock.now(), timers, pointer);
+  size_t added = markup::applyRedactions(*document, found, options.humanStyle);
+  added += markup::applyQRBlur(*document, codes);
+  return {document->snapshot(session.platform().clock.now()), added};
 }
 
-// Covers the detections with redaction layers of a document over the image
-// (one undo step, as the editor does), blurs the QR codes, and writes the
-// rendered PNG to options.output.
-int ApplyRedactions(CliSession& session, const RedactOptions& options, const std::string& bytes,
-                    const std::vector<MarkupAutoRedactor::Detection>& found,
-                    const std::vector<markup::MarkupQRDetector::Detection>& codes) {
-  PixelDecodeOptions rgba;
-  rgba.format = PixelDecodeOptions::Format::rgba;
-  auto pixels = session.platform().imageCodec.decodePixels(bytes, rgba);
-  if (!pixels) {
-    std::cerr << "klipora: " << options.image << ": cannot decode the image: "
-              << pixels.error().message() << "\n";
+// Renders the redacted image and writes it to options.output as PNG.
+int WriteRedacted(CliSession& session, const RedactOptions& options,
+                  markup::MarkupExportService& exporter, const markup::MarkupImage& image,
+                  const markup::MarkupDocumentSnapshot& snapshot) {
+  auto png = exporter.renderPng(snapshot, image);
+  if (!png) {
+    std::cerr << "klipora: cannot render the redacted image: " << png.error().message() << "\n";
     return kExitFailure;
   }
-  auto source = markup::MarkupImage::fromPixels(*pixels);
-  if (!source) {
-    std::cerr << "klipora: " << options.image << ": the image is too large to draw on\n";
-    return kExitFailure;
-  }
-  markup::NoPointerInput pointer;
-  markup::MarkupDocument document(
-      UUID::Random(),
-      markup::Size{static_cast<double>(pixels->width), static_cast<double>(pixels->height)},
-      session.platform().clock.now(), session.platform().mainLoop, pointer);
-  markup::applyRedactions(document, found, options.humanStyle);
-  markup::applyQRBlur(document, codes);
-  markup::MarkupRenderer renderer(session.platform().imageCodec);
-  auto rendered = renderer.render(document, *source);
-  if (!rendered) {
-    std::cerr << "klipora: cannot render the redacted image: " << rendered.error().message()
-              << "\n";
-    return kExitFailure;
-  }
-  std::string png;
-  if (cairo_surface_write_to_png_stream(rendered->surface(), AppendPng, &png) !=
-      CAIRO_STATUS_SUCCESS) {
-    std::cerr << "klipora: cannot encode the redacted image as PNG\n";
-    return kExitFailure;
-  }
-  if (Status s = session.platform().fileSystem.writeFileAtomically(options.output, png);
+  if (Status s = session.platform().fileSystem.writeFileAtomically(
+          session.platform().absolutePath(options.output), *png);
       !s.ok()) {
     std::cerr << "klipora: cannot write " << options.output << ": " << s.message() << "\n";
     return kExitFailure;
@@ -121,9 +162,66 @@ int ApplyRedactions(CliSession& session, const RedactOptions& options, const std
   return kExitOk;
 }
 
+// Commits the redacted document to the item in place, through the daemon
+// when one runs; `reply` receives its answer.
+int CommitRedacted(CliSession& session, const RedactSource& source,
+                   const markup::MarkupDocumentSnapshot& snapshot, app::Json* reply) {
+  auto text = markup::encodeSnapshot(snapshot);
+  if (!text) {
+    std::cerr << "klipora: cannot send the edit: " << text.error().message() << "\n";
+    return kExitFailure;
+  }
+  auto request = app::makeRequest("markup-commit");
+  request["id"] = source.itemID->uuidString();
+  request["destination"] = "overwriteOriginal";
+  request["snapshot"] = app::Json::parse(*text);
+  auto result = runLibraryRequest(session, request, 120);
+  if (!result) return session.exitCode;
+  if (!result->reply.value("ok", false)) {
+    std::cerr << "klipora: item " << source.itemID->uuidString()
+              << " was left unchanged: " << replyError(result->reply) << "\n";
+    return kExitFailure;
+  }
+  *reply = result->reply;
+  return kExitOk;
+}
+
+// --apply and --commit: the redacted document, written out or committed.
+int Cover(CliSession& session, const RedactOptions& options, const RedactSource& source,
+          const std::vector<MarkupAutoRedactor::Detection>& found,
+          const std::vector<markup::MarkupQRDetector::Detection>& codes, app::Json* committed) {
+  MarkupAssetSession stores(session);
+  markup::MarkupExportService exporter(session.platform().imageCodec, &stores.assets);
+  auto image = exporter.decode(source.bytes);
+  if (!image) {
+    std::cerr << "klipora: " << source.name << ": cannot decode the image: "
+              << image.error().message() << "\n";
+    return kExitFailure;
+  }
+  RedactedDocument redacted = Redacted(session, source, *image, options, found, codes);
+  if (options.apply) {
+    int code = WriteRedacted(session, options, exporter, *image, redacted.snapshot);
+    if (code != kExitOk) return code;
+  }
+  // Nothing new to cover leaves the item as it is.
+  if (options.commit && redacted.added > 0) {
+    return CommitRedacted(session, source, redacted.snapshot, committed);
+  }
+  return kExitOk;
+}
+
 int RunRedact(CliSession& session, const RedactOptions& options) {
-  auto bytes = Read(session, options.image);
-  if (!bytes) return kExitFailure;
+  std::optional<RedactSource> source;
+  if (!options.item.empty()) {
+    source = SourceFromItem(session, options.item);
+    if (!source) return session.exitCode;
+  } else {
+    auto bytes = readInputFile(session, options.image);
+    if (!bytes) return kExitFailure;
+    source = RedactSource{std::move(*bytes), options.image, std::nullopt, std::nullopt};
+  }
+  const std::string& name = source->name;
+  const std::string* bytes = &source->bytes;
   UserDefaults defaults(session.platform().fileSystem, session.paths().defaultsPath);
   if (Status s = defaults.load(); !s.ok()) std::cerr << "klipora: " << s.message() << "\n";
   processing::OCRServiceConfig config;
@@ -141,10 +239,10 @@ int RunRedact(CliSession& session, const RedactOptions& options) {
   detection.includeAllText = options.allText;
   detection.includeFaces = options.faces;
   detection.includePeople = options.people;
-  if (!options.json) std::cerr << "Scanning " << options.image << "…\n";
+  if (!options.json) std::cerr << "Scanning " << name << "…\n";
   auto found = redactor.detect(*bytes, detection);
   if (!found) {
-    std::cerr << "klipora: " << options.image << ": " << found.error().errorDescription() << "\n";
+    std::cerr << "klipora: " << name << ": " << found.error().errorDescription() << "\n";
     if (!found.error().message.empty() &&
         found.error().kind != MarkupAutoRedactor::DetectError::Case::visionFailed) {
       std::cerr << "  (" << found.error().message << ")\n";
@@ -153,31 +251,53 @@ int RunRedact(CliSession& session, const RedactOptions& options) {
   }
   std::vector<markup::MarkupQRDetector::Detection> codes;
   if (options.qr) {
-    auto pixels = Decode(session, options.image, *bytes);
+    auto pixels = Decode(session, name, *bytes);
     if (!pixels) return kExitFailure;
     auto qr = markup::MarkupQRDetector(session.platform().imageDetector).detect(*pixels);
     if (!qr) {
-      std::cerr << "klipora: " << options.image << ": " << qr.error().errorDescription() << "\n"
+      std::cerr << "klipora: " << name << ": " << qr.error().errorDescription() << "\n"
                 << "  (" << qr.error().detail << ")\n";
       return kExitFailure;
     }
     codes = std::move(*qr);
   }
-  if (options.apply) {
-    int code = ApplyRedactions(session, options, *bytes, *found, codes);
-    if (code != kExitOk) return code;
-    if (!options.json) {
-      size_t count = found->size() + codes.size();
-      std::cout << "Covered " << count << (count == 1 ? " place" : " places") << " in "
-                << options.output << "\n";
-      return kExitOk;
+  app::Json committed;
+  if (options.apply || options.commit) {
+    if (int code = Cover(session, options, *source, *found, codes, &committed); code != kExitOk) {
+      return code;
     }
   }
+  const size_t count = found->size() + codes.size();
   if (options.json) {
     nlohmann::ordered_json list = nlohmann::ordered_json::array();
     for (const auto& d : *found) list.push_back(DetectionJson(d));
     for (const auto& code : codes) list.push_back(CodeJson(code));
-    printJson({{"detections", std::move(list)}});
+    nlohmann::ordered_json out = {{"detections", std::move(list)}};
+    if (options.apply) out["output"] = session.platform().absolutePath(options.output);
+    if (options.commit) {
+      out["itemID"] = source->itemID->uuidString();
+      out["committed"] = committed.is_object();
+      if (committed.is_object()) out["url"] = committed.value("url", "");
+    }
+    printJson(out);
+    return kExitOk;
+  }
+  if (options.apply || options.commit) {
+    if (options.apply) {
+      std::cout << "Covered " << count << (count == 1 ? " place" : " places") << " in "
+                << options.output << "\n";
+    }
+    if (options.commit && !committed.is_object()) {
+      std::cout << "Nothing new to redact: item " << source->itemID->uuidString()
+                << " is unchanged.\n";
+    } else if (options.commit) {
+      std::cout << "Item " << source->itemID->uuidString() << " now shows " << count
+                << (count == 1 ? " place" : " places")
+                << " covered; its original is kept and the edit reopens with every layer.\n";
+      if (!committed.value("queued", false)) {
+        std::cout << "Its text and category are read again when `klipora run` starts.\n";
+      }
+    }
     return kExitOk;
   }
   for (const auto& d : *found) {
@@ -192,13 +312,12 @@ int RunRedact(CliSession& session, const RedactOptions& options) {
     std::cout << "qrCode\t" << f.minX() << "," << f.minY() << " " << f.size.width << "x"
               << f.size.height << "\t" << code.payload << "\n";
   }
-  size_t count = found->size() + codes.size();
   std::cout << count << (count == 1 ? " detection" : " detections") << "\n";
   return kExitOk;
 }
 
 int RunStraighten(CliSession& session, const std::string& image, bool json) {
-  auto bytes = Read(session, image);
+  auto bytes = readInputFile(session, image);
   if (!bytes) return kExitFailure;
   auto pixels = Decode(session, image, *bytes);
   if (!pixels) return kExitFailure;
@@ -223,7 +342,8 @@ KLIPORA_COMMAND(redact) {
   auto options = std::make_shared<RedactOptions>();
   auto* cmd = app.add_subcommand(
       "redact", "Find personal data, secrets, text, faces or people to hide in an image");
-  cmd->add_option("IMAGE", options->image, "Image file")->required();
+  cmd->add_option("IMAGE", options->image, "Image file");
+  cmd->add_option("--item", options->item, "A library item's id, instead of an image file");
   cmd->add_flag("--pii", options->pii,
                 "Personal data and secrets: e-mail addresses, phone, card numbers, IP "
                 "addresses, keys and tokens (the default)");
@@ -236,6 +356,9 @@ KLIPORA_COMMAND(redact) {
   cmd->add_flag("--apply", options->apply,
                 "Write the image with every detection covered (text by black bars) to -o");
   cmd->add_option("-o,--output", options->output, "The redacted PNG, with --apply");
+  cmd->add_flag("--commit", options->commit,
+                "With --item: cover every detection in the item itself, as an edit (its "
+                "original is kept)");
   cmd->add_option("--human-style", options->humanStyle,
                   "How --apply covers faces and people: blur (default) or solid")
       ->transform(CLI::CheckedTransformer(
@@ -243,8 +366,16 @@ KLIPORA_COMMAND(redact) {
               {"blur", markup::HumanRedactionStyle::blur},
               {"solid", markup::HumanRedactionStyle::solid}}));
   cmd->callback([&session, options] {
-    if (options->apply && options->output.empty()) {
-      std::cerr << "klipora: --apply needs -o OUT.png\n";
+    const char* misuse = nullptr;
+    if (options->image.empty() == options->item.empty()) {
+      misuse = "klipora: redact needs an IMAGE or --item ID (one of them)\n";
+    } else if (options->apply && options->output.empty()) {
+      misuse = "klipora: --apply needs -o OUT.png\n";
+    } else if (options->commit && options->item.empty()) {
+      misuse = "klipora: --commit needs --item ID\n";
+    }
+    if (misuse != nullptr) {
+      std::cerr << misuse;
       session.exitCode = kExitUsage;
       return;
     }

@@ -1,5 +1,7 @@
 #include "markup/redact/markup_redaction_layers.h"
 
+#include <algorithm>
+
 namespace klipora::markup {
 
 MarkupEffectRegion redactionLayer(const MarkupAutoRedactor::Detection& detection,
@@ -18,10 +20,17 @@ MarkupEffectRegion redactionLayer(const MarkupAutoRedactor::Detection& detection
 
 namespace {
 
+// A place already covered the same way (an earlier run over the same image)
+// gets no second layer.
 size_t AddEffects(MarkupDocument& document, std::vector<MarkupEffectRegion> added,
                   std::string actionName) {
-  if (added.empty()) return 0;
   std::vector<MarkupEffectRegion> effects = document.content().effects;
+  std::erase_if(added, [&](const MarkupEffectRegion& layer) {
+    return std::any_of(effects.begin(), effects.end(), [&](const MarkupEffectRegion& e) {
+      return e.kind == layer.kind && e.frame == layer.frame;
+    });
+  });
+  if (added.empty()) return 0;
   effects.insert(effects.end(), added.begin(), added.end());
   document.mutateEffects(std::move(effects), std::move(actionName));
   return added.size();

@@ -26,13 +26,15 @@ MarkupEffectRegion redactionLayer(const MarkupAutoRedactor::Detection& detection
                                   HumanRedactionStyle humanStyle);
 
 // Adds a layer per detection to `document` as one undo step named
-// `actionName`; nothing (and no undo step) when there are no detections.
-// Returns the number of layers added.
+// `actionName`, but none where the document has a layer of the same effect
+// over the same frame already; nothing (and no undo step) when no layer is
+// added. Returns the number of layers added.
 size_t applyRedactions(MarkupDocument& document,
                        const std::vector<MarkupAutoRedactor::Detection>& detections,
                        HumanRedactionStyle humanStyle, std::string actionName = "Auto-Redact");
 
-// Blurs each QR code (a Gaussian blur at full strength), as one undo step.
+// Blurs each QR code (a Gaussian blur at full strength), as one undo step,
+// skipping codes blurred so already.
 size_t applyQRBlur(MarkupDocument& document,
                    const std::vector<MarkupQRDetector::Detection>& codes,
                    std::string actionName = "Blur QR Codes");

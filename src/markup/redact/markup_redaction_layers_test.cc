@@ -38,6 +38,11 @@ TEST_F(MarkupRedactionLayersTest, EveryDetectionIsOneLayerAndAllOfThemOneUndoSte
   EXPECT_EQ(document_.layerOrder().size(), 5u);
   EXPECT_EQ(document_.undoManager().undoActionName(), "Auto-Redact");
 
+  // A second run over the same image adds nothing and no undo step.
+  EXPECT_EQ(applyRedactions(document_, found_, HumanRedactionStyle::blur), 0u);
+  EXPECT_EQ(document_.content().effects.size(), 5u);
+  EXPECT_EQ(document_.undoManager().undoActionName(), "Auto-Redact");
+
   ASSERT_TRUE(document_.undoManager().undo());
   EXPECT_EQ(document_.content().effects, std::vector<MarkupEffectRegion>{kept});
 }
