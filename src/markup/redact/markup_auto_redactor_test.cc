@@ -4,8 +4,10 @@
 
 #include <chrono>
 
+#include "markup/redact/markup_redaction_layers.h"
 #include "markup/redact/markup_redaction_patterns.h"
 #include "platform/testing/fake_image_codec.h"
+#include "platform/testing/fake_image_detector.h"
 #include "platform/testing/fake_ocr_engine.h"
 #include "platform/testing/log_capture.h"
 #include "platform/testing/manual_clock.h"
@@ -393,6 +395,48 @@ TEST_F(MarkupAutoRedactorServiceTest, FailuresCarryTheirTexts) {
             "Text scanner still loading. Nothing redacted. Try again shortly.");
   EXPECT_EQ(MarkupAutoRedactor::DetectError::visionFailed("boom").errorDescription(),
             "Auto-redact failed: boom");
+}
+
+TEST_F(MarkupAutoRedactorServiceTest, AFailedAutoRedactLeavesTheDocumentUntouched) {
+  NoPointerInput pointer;
+  MarkupDocument document(UUID::Random(), Size{400, 300}, clock_.now(), clock_, pointer);
+  auto untouched = [&] {
+    EXPECT_TRUE(document.content().effects.empty());
+    EXPECT_FALSE(document.undoManager().canUndo());
+    EXPECT_FALSE(document.isDirty());
+  };
+  auto unreadable = autoRedact(document, redactor(), "not an image", {}, HumanRedactionStyle::blur);
+  ASSERT_FALSE(unreadable);
+  EXPECT_EQ(unreadable.error().errorDescription(), "Could not read image pixels for OCR.");
+  untouched();
+
+  const std::string image = klipora::testing::FakeImageCodec::makeImage(400, 300, "fill=0");
+  engines_.installed.clear();  // the language pack is missing
+  auto unavailable = autoRedact(document, redactor(), image, {}, HumanRedactionStyle::blur);
+  ASSERT_FALSE(unavailable);
+  EXPECT_EQ(unavailable.error().errorDescription(),
+            "Couldn't scan for text. Nothing redacted. Try again in a minute.");
+  untouched();
+
+  klipora::testing::FakeImageDetector detector;
+  detector.failure = Status::Internal("face detection failed: no memory");
+  MarkupAutoRedactor withFaces(*ocr_, codec_, &detector);
+  auto failed = autoRedact(document, withFaces, image, {.includePII = false, .includeFaces = true},
+                           HumanRedactionStyle::blur);
+  ASSERT_FALSE(failed);
+  EXPECT_EQ(failed.error().errorDescription(),
+            "Auto-redact failed: face detection failed: no memory");
+  untouched();
+
+  // What works covers the faces found, as one step.
+  detector.failure.reset();
+  detector.faces = {{10, 10, 50, 50}};
+  auto faces = autoRedact(document, withFaces, image, {.includePII = false, .includeFaces = true},
+                          HumanRedactionStyle::solid);
+  ASSERT_TRUE(faces);
+  ASSERT_EQ(document.content().effects.size(), 1u);
+  EXPECT_EQ(document.content().effects[0].kind, MarkupEffectRegion::Kind::blackBar);
+  EXPECT_EQ(document.undoManager().undoActionName(), "Auto-Redact");
 }
 
 TEST_F(MarkupAutoRedactorServiceTest, NothingAskedNothingRecognised) {

@@ -46,6 +46,16 @@ size_t applyRedactions(MarkupDocument& document,
   return AddEffects(document, std::move(layers), std::move(actionName));
 }
 
+MarkupAutoRedactor::Detections autoRedact(MarkupDocument& document,
+                                          const MarkupAutoRedactor& redactor,
+                                          std::string_view encodedImage,
+                                          const MarkupAutoRedactor::DetectionOptions& options,
+                                          HumanRedactionStyle humanStyle) {
+  auto found = redactor.detect(encodedImage, options);
+  if (found) applyRedactions(document, *found, humanStyle);
+  return found;
+}
+
 size_t applyQRBlur(MarkupDocument& document,
                    const std::vector<MarkupQRDetector::Detection>& codes,
                    std::string actionName) {

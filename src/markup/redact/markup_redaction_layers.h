@@ -11,6 +11,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "markup/markup_document.h"
@@ -32,6 +33,15 @@ MarkupEffectRegion redactionLayer(const MarkupAutoRedactor::Detection& detection
 size_t applyRedactions(MarkupDocument& document,
                        const std::vector<MarkupAutoRedactor::Detection>& detections,
                        HumanRedactionStyle humanStyle, std::string actionName = "Auto-Redact");
+
+// The editor's auto-redact step: detects in `encodedImage` and covers what
+// was found (applyRedactions, one undo step). On failure the document is left
+// untouched and the error's errorDescription is the text to show.
+MarkupAutoRedactor::Detections autoRedact(MarkupDocument& document,
+                                          const MarkupAutoRedactor& redactor,
+                                          std::string_view encodedImage,
+                                          const MarkupAutoRedactor::DetectionOptions& options,
+                                          HumanRedactionStyle humanStyle);
 
 // Blurs each QR code (a Gaussian blur at full strength), as one undo step,
 // skipping codes blurred so already.
