@@ -277,7 +277,10 @@ int RunRedact(CliSession& session, const RedactOptions& options) {
     if (options.commit) {
       out["itemID"] = source->itemID->uuidString();
       out["committed"] = committed.is_object();
-      if (committed.is_object()) out["url"] = committed.value("url", "");
+      if (committed.is_object()) {
+        out["url"] = committed.value("url", "");
+        out["queued"] = committed.value("queued", false);  // read again by a running daemon
+      }
     }
     printJson(out);
     return kExitOk;
