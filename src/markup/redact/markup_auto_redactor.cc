@@ -345,8 +345,14 @@ std::vector<Detection> MarkupAutoRedactor::scanText(const std::vector<OCRLine>& 
     RepairedLine repaired = repairForMatching(line, imageSize);
     if (repaired.text == line.text) continue;
     for (const RedactionPattern& pattern : redactionPatterns()) {
+      // The loose kinds match runs of ordinary words and numbers too: they
+      // take no shape join.
+      const Kind kind = pattern.kind();
+      const bool loose = kind == Kind::secret || kind == Kind::phone ||
+                         kind == Kind::creditCard || kind == Kind::ipv4;
       pattern.forEachMatch(repaired.text, [&](size_t begin, size_t end) {
         Trim(pattern, repaired, begin, end);
+        if (loose && repaired.shapeJoinsInside(begin, end)) return;
         auto [from, to] = repaired.originalRange(line.text, begin, end);
         if (from < to) add(pattern.kind(), from, to);
       });

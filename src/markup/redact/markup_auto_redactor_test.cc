@@ -173,7 +173,6 @@ TEST(MarkupAutoRedactorTest, TokensTheRecogniserMisreadAreRepairedBeforeMatching
   const std::vector<Case> cases = {
       // A blank inside a token, between two pieces that look like key parts.
       {"eyJhbGciOiJIUzI1 NiJ9.eyJzdWIiOiIxMjM0NTY3ODkwIn0. dozjgNryP4J3jVmNHl0w5N", Kind::jwt},
-      {"a57dbdbbe8c6094e1 7ba2bfaa97ff5 7ab317d478", Kind::secret},
       // The underscores of a key prefix read as blanks or dropped.
       {"sk live_4eC39HqLyjWDarjtT1zd", Kind::apiKey},
       {"sk _live_4eC39HqLyjWDarjtT1zd", Kind::apiKey},
@@ -195,8 +194,25 @@ TEST(MarkupAutoRedactorTest, TokensTheRecogniserMisreadAreRepairedBeforeMatching
     EXPECT_EQ(found[0].snippet, c.token);
     EXPECT_EQ(found[0].frame, Chars(4, 4 + c.token.size())) << c.token;
   }
-  // Words stay apart: no piece of this looks like part of a key.
+  // Words stay apart: no piece of this looks like part of a key, and these
+  // do, but form no key of a fixed shape.
   EXPECT_TRUE(Scan({Line("the pilot wrote v2 and ab12 today, not 2024")}).empty());
+  EXPECT_TRUE(
+      Scan({Line("iPhone14 MacBookPro2023 iPadAir5 GalaxyS23Ultra PixelFold2 ThinkPadX1Carbon")})
+          .empty());
+
+  // A hash split where the recogniser's boxes show it split a word: the
+  // pieces after the blank got boxes twice the line's height.
+  const std::string hash = "key a57dbdbbe8c6094e1 7ba2bfaa97ff5 7ab317d478 here";
+  OCRLine split = Line(hash);
+  for (auto& c : split.characterBoxes) {
+    if (c.offset > 21 && c.offset < 47) c.box.height *= 2;
+  }
+  auto found = Scan({split});
+  ASSERT_EQ(found.size(), 1u);
+  EXPECT_EQ(found[0].kind, Kind::secret);
+  EXPECT_EQ(found[0].snippet, "a57dbdbbe8c6094e1 7ba2bfaa97ff5 7ab317d478");
+  EXPECT_TRUE(Scan({Line(hash)}).empty());  // the same blanks without that mark
 }
 
 TEST(MarkupAutoRedactorTest, ANarrowBlankJoinsButALabelIsNotGluedToTheToken) {

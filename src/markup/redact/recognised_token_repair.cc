@@ -166,33 +166,55 @@ const OCRCharacterBox* BoxStartingAt(const OCRLine& line, size_t begin) {
   return nullptr;
 }
 
-// Blanks inside tokens: between token characters, still blanks of the
-// recognised text, and either narrow or between two pieces that both look
-// like parts of a key (the recogniser measures a split word's glyphs badly,
-// so their gap cannot be trusted).
+// The median height of the line's character boxes; 0 without boxes.
+double MedianHeight(const OCRLine& line) {
+  std::vector<double> heights;
+  for (const OCRCharacterBox& c : line.characterBoxes) heights.push_back(c.box.height);
+  if (heights.empty()) return 0;
+  std::nth_element(heights.begin(), heights.begin() + heights.size() / 2, heights.end());
+  return heights[heights.size() / 2];
+}
+
+// Blanks inside tokens: between token characters and still blanks of the
+// recognised text. Joined on evidence of the glyphs (a narrow gap, or the
+// boxes the recogniser gives the pieces of a word it split: overlapping, or
+// half again as tall as the line's) or, as a shape join, between two pieces
+// that both look like parts of a key.
 void JoinBlanksInTokens(RepairedLine& line, const OCRLine& recognised, Size image) {
   const double height = recognised.boundingBox.height * image.height;
+  const double tallest = 1.5 * MedianHeight(recognised);
   std::vector<Edit> edits;
+  std::vector<bool> byShape;
   const std::string_view text = line.text;
   for (size_t i = 1; i + 1 < text.size(); ++i) {
     if (text[i] != ' ' || !IsTokenChar(text[i - 1]) || !IsTokenChar(text[i + 1])) continue;
     size_t at = line.origin[i];
     if (recognised.text[at] != ' ') continue;
+    const OCRCharacterBox* before = BoxEndingAt(recognised, at);
+    const OCRCharacterBox* after = BoxStartingAt(recognised, at + 1);
+    if (before != nullptr && after != nullptr) {
+      double gap = (after->box.x - before->box.maxX()) * image.width;
+      if (gap <= kNarrowBlank * height || before->box.height > tallest ||
+          after->box.height > tallest) {
+        edits.push_back({i, i + 1, ""});
+        byShape.push_back(false);
+        continue;
+      }
+    }
     size_t pieceStart = text.rfind(' ', i - 1);
     pieceStart = pieceStart == std::string_view::npos ? 0 : pieceStart + 1;
     size_t pieceEnd = std::min(text.find(' ', i + 1), text.size());
     if (looksLikeTokenPiece(text.substr(pieceStart, i - pieceStart)) &&
         looksLikeTokenPiece(text.substr(i + 1, pieceEnd - i - 1))) {
       edits.push_back({i, i + 1, ""});
-      continue;
+      byShape.push_back(true);
     }
-    const OCRCharacterBox* before = BoxEndingAt(recognised, at);
-    const OCRCharacterBox* after = BoxStartingAt(recognised, at + 1);
-    if (before == nullptr || after == nullptr) continue;
-    double gap = (after->box.x - before->box.maxX()) * image.width;
-    if (gap <= kNarrowBlank * height) edits.push_back({i, i + 1, ""});
   }
-  if (!edits.empty()) line.joins = Apply(line, edits);
+  if (edits.empty()) return;
+  line.joins = Apply(line, edits);
+  for (size_t k = 0; k < line.joins.size(); ++k) {
+    if (byShape[k]) line.shapeJoins.push_back(line.joins[k]);
+  }
 }
 
 }  // namespace
@@ -229,6 +251,11 @@ std::pair<size_t, size_t> RepairedLine::originalRange(const std::string& recogni
 bool RepairedLine::joinsInside(size_t begin, size_t end) const {
   auto it = std::upper_bound(joins.begin(), joins.end(), begin);
   return it != joins.end() && *it < end;
+}
+
+bool RepairedLine::shapeJoinsInside(size_t begin, size_t end) const {
+  auto it = std::upper_bound(shapeJoins.begin(), shapeJoins.end(), begin);
+  return it != shapeJoins.end() && *it < end;
 }
 
 RepairedLine repairForMatching(const OCRLine& line, Size imageSize) {

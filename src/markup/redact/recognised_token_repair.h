@@ -9,8 +9,11 @@
 // text still maps to the recognised characters and their boxes:
 //  - a blank between two token characters is removed and remembered as a
 //    join when it is narrower than a third of the line's height (a word
-//    space is wider) or when the pieces on both sides look like parts of a
-//    key (looksLikeTokenPiece);
+//    space is wider), when the glyph boxes beside it bear the marks of a word
+//    the recogniser split (overlapping, or much taller than the line's), or,
+//    as a shape join, when the pieces on both sides look like parts of a key
+//    (looksLikeTokenPiece: words such as "iPhone14 MacBookPro2023" do too, so
+//    a shape join is good enough only for the formats with a fixed shape);
 //  - a bracket, brace or currency sign between two letters or digits reads
 //    as the letter it stands for (J, f, Y, c), a bar or an exclamation mark
 //    as an l;
@@ -39,13 +42,16 @@ struct RepairedLine {
   std::vector<size_t> origin;
   // Offsets in `text` where a blank was removed (the byte after it), ascending.
   std::vector<size_t> joins;
+  // The joins made on the pieces' shape alone, ascending.
+  std::vector<size_t> shapeJoins;
 
   // The recognised bytes that [begin, end) of `text` stands for, widened to
   // whole UTF-8 characters of `recognised`.
   std::pair<size_t, size_t> originalRange(const std::string& recognised, size_t begin,
                                           size_t end) const;
-  // Whether some join lies strictly inside [begin, end).
+  // Whether some join (shape join) lies strictly inside [begin, end).
   bool joinsInside(size_t begin, size_t end) const;
+  bool shapeJoinsInside(size_t begin, size_t end) const;
 };
 
 // Whether a piece of text between blanks looks like part of a key rather
