@@ -18,6 +18,8 @@ CustomCategoryService::CustomCategoryService(CustomCategoryServiceDeps deps)
   };
 }
 
+CustomCategoryService::~CustomCategoryService() { *alive_ = false; }
+
 Result<FilingReport> CustomCategoryService::file(const std::optional<UUID>& categoryID,
                                                  const std::vector<std::string>& ids) {
   FilingReport report;
@@ -67,17 +69,40 @@ int CustomCategoryService::healArrivedCategories() {
     if (category->embeddingData && !intelligence::decodeCentroid(*category->embeddingData).empty()) {
       continue;
     }
-    if (Status s = builder_.healAfterSync(category->id, deps_.context); !s.ok()) {
+    if (healing_.count(category->id)) continue;
+    auto heal = builder_.prepareHeal(category->id, deps_.context);
+    if (!heal) {
       log::warning("Processing", "cannot repair the category \"%s\": %s", category->name.c_str(),
-                   s.message().c_str());
+                   heal.error().message().c_str());
       continue;
     }
+    if (!*heal) continue;
     ++healed;
-  }
-  if (healed > 0 && deps_.notifications) {
-    deps_.notifications->post(notifications::kCustomCategoriesDidChange);
+    if (!deps_.background) {
+      builder_.computeHeal(**heal);
+      finishHeal(**heal);
+      continue;
+    }
+    healing_.insert(category->id);
+    deps_.background->post([this, alive = alive_, heal = std::move(**heal)]() mutable {
+      builder_.computeHeal(heal);
+      deps_.mainLoop.post([this, alive, heal = std::move(heal)] {
+        if (!*alive) return;
+        healing_.erase(heal.categoryID);
+        finishHeal(heal);
+      });
+    });
   }
   return healed;
+}
+
+void CustomCategoryService::finishHeal(const intelligence::CustomCategoryKeywordBuilder::Heal& heal) {
+  if (Status s = builder_.applyHeal(heal, deps_.context); !s.ok()) {
+    log::warning("Processing", "cannot repair the category \"%s\": %s", heal.name.c_str(),
+                 s.message().c_str());
+    return;
+  }
+  if (deps_.notifications) deps_.notifications->post(notifications::kCustomCategoriesDidChange);
 }
 
 }  // namespace klipora::app

@@ -8,11 +8,14 @@
 // the queue matches new screenshots.
 //
 // Thread rules: the thread that owns the context (the main thread); calls
-// that build keywords block while the model expands them.
+// that build keywords block while the model expands them, except repairs
+// given a background executor.
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <optional>
+#include <set>
 #include <vector>
 
 #include "intelligence/custom_category_catalog.h"
@@ -30,6 +33,11 @@ struct CustomCategoryServiceDeps {
   Timers& timers;
   // The context's thread, on which a sorting started here walks.
   Executor& mainLoop;
+  // Where repairs build keywords and centroids (the model and the embedder
+  // may take seconds), their results stored back on mainLoop; null: built
+  // where healArrivedCategories() is called, which then waits for them (a
+  // command's own service).
+  Executor* background = nullptr;
   UserDefaults& userDefaults;
   // Null: every word of a description counts.
   Lexicon* lexicon = nullptr;
@@ -48,6 +56,7 @@ struct FilingReport {
 class CustomCategoryService {
  public:
   explicit CustomCategoryService(CustomCategoryServiceDeps deps);
+  ~CustomCategoryService();
   CustomCategoryService(const CustomCategoryService&) = delete;
   CustomCategoryService& operator=(const CustomCategoryService&) = delete;
 
@@ -67,11 +76,17 @@ class CustomCategoryService {
 
   // Repairs the categories that came from elsewhere (a settings file, an
   // exported library), known by their missing centroid: keywords get their
-  // centroid, no keywords at all are rebuilt from the description. Returns
-  // how many were repaired; one that cannot be saved is logged and left.
+  // centroid, no keywords at all are rebuilt from the description. One that
+  // cannot be saved is logged and left. Returns how many were repaired, or
+  // with a background executor how many repairs were started (one already
+  // under way for a category is not started again) and returns at once.
   int healArrivedCategories();
+  // Repairs started on the background executor and not yet stored.
+  size_t healsInFlight() const { return healing_.size(); }
 
  private:
+  void finishHeal(const intelligence::CustomCategoryKeywordBuilder::Heal& heal);
+
   CustomCategoryServiceDeps deps_;
   class NoLexicon final : public Lexicon {
    public:
@@ -84,6 +99,9 @@ class CustomCategoryService {
   intelligence::CustomCategoryCatalog catalog_;
   intelligence::CustomCategoryLearner learner_;
   intelligence::CustomCategorySorter sorter_;
+  std::set<UUID> healing_;
+  // False once this service is gone: a repair finishing later stores nothing.
+  std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
 };
 
 }  // namespace klipora::app

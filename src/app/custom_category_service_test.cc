@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+
 #include "app/control_requests.h"
 #include "intelligence/hashed_ngram_embedder.h"
 #include "intelligence/semantic_custom_category_matcher.h"
@@ -31,21 +33,51 @@ class CarScorer final : public intelligence::CustomSortScorer {
   }
 };
 
+// A model server that suggests the same terms for every category.
+class SuggestingModel final : public intelligence::ModelArbiter {
+ public:
+  std::vector<std::string> suggestions;
+  std::atomic<int> expansions = 0;
+
+  bool isAvailable() override { return true; }
+  void warmUp(bool) override {}
+  std::optional<intelligence::BuiltinArbitration> arbitrate(
+      const intelligence::ArbitrationInput&) override {
+    return {};
+  }
+  std::optional<intelligence::CombinedArbitration> arbitrateAndMatchCustom(
+      const intelligence::ArbitrationInput&,
+      const std::vector<intelligence::CustomCategoryDescriptor>&) override {
+    return {};
+  }
+  std::optional<std::string> cleanTitle(const std::string&) override { return {}; }
+  std::vector<std::string> expandKeywords(const std::string&, const std::string&,
+                                          const std::vector<std::string>&) override {
+    ++expansions;
+    return suggestions;
+  }
+};
+
 class CustomCategoryServiceTest : public ::testing::Test {
  protected:
   CustomCategoryServiceTest() {
     container_ = *library::KliporaModelContainer::make(fs_, clock_, dir_.file("Klipora.store"));
     EXPECT_TRUE(fs_.createDirectories("/support").ok());
     center_.addObserver(notifications::kCustomCategoriesDidChange, [this] { ++changed_; });
+    makeService(*model_, nullptr);
+  }
+  // As the daemon makes it: repairs on `background`.
+  void makeService(intelligence::ModelArbiter& model, Executor* background) {
     service_ = std::make_unique<CustomCategoryService>(
         CustomCategoryServiceDeps{.context = context(),
                                   .clock = clock_,
                                   .timers = clock_,
                                   .mainLoop = main_,
+                                  .background = background,
                                   .userDefaults = defaults_,
                                   .lexicon = nullptr,
                                   .embedder = *embedder_,
-                                  .model = *model_,
+                                  .model = model,
                                   .scorer = scorer_,
                                   .notifications = &center_});
   }
@@ -94,6 +126,7 @@ class CustomCategoryServiceTest : public ::testing::Test {
   testing::TempDir dir_;
   testing::ManualClock clock_;
   testing::ManualExecutor main_;
+  testing::ManualExecutor background_;
   testing::MemoryFileSystem fs_;
   UserDefaults defaults_{fs_, "/support/defaults.json"};
   std::shared_ptr<library::ModelContainer> container_;
@@ -214,6 +247,58 @@ TEST_F(CustomCategoryServiceTest, CategoriesFromElsewhereGetTheirKeywordsAndCent
   const auto centroid = *fetch(imported->id)->embeddingData;
   EXPECT_EQ(service_->healArrivedCategories(), 0);
   EXPECT_EQ(*fetch(imported->id)->embeddingData, centroid);
+}
+
+TEST_F(CustomCategoryServiceTest, TheDaemonRepairsWithoutWaitingForTheModel) {
+  SuggestingModel model;
+  model.suggestions = {"flight", "itinerary"};
+  makeService(model, &background_);
+  auto bare = category("Travel", {}, "boarding passes and hotel bookings");
+  auto imported = category("Receipts", {"receipt", "invoice"});
+  auto redescribed = category("Music", {}, "concert tickets");
+  EXPECT_EQ(service_->healArrivedCategories(), 3);
+  // The caller goes on at once: nothing asked of the model, nothing stored.
+  EXPECT_EQ(model.expansions, 0);
+  EXPECT_FALSE(fetch(bare->id)->embeddingData.has_value());
+  EXPECT_EQ(service_->healsInFlight(), 3u);
+  // Another notice while they run starts none of them again.
+  EXPECT_EQ(service_->healArrivedCategories(), 0);
+  {
+    auto music = fetch(redescribed->id);
+    music->categoryDescription = "vinyl records";
+    ASSERT_TRUE(context().save().ok());
+  }
+
+  background_.runAll();
+  EXPECT_EQ(model.expansions, 2);  // the two rebuilt from their rule
+  EXPECT_FALSE(fetch(bare->id)->embeddingData.has_value());  // stored on the main loop
+  changed_ = 0;
+  main_.runAll();
+  EXPECT_EQ(service_->healsInFlight(), 0u);
+  EXPECT_EQ(fetch(bare->id)->keywords(), (std::vector<std::string>{
+                                             "boarding", "passes", "hotel", "bookings", "flight",
+                                             "itinerary"}));
+  EXPECT_TRUE(fetch(bare->id)->embeddingData.has_value());
+  EXPECT_EQ(fetch(imported->id)->keywords(), (std::vector<std::string>{"receipt", "invoice"}));
+  EXPECT_TRUE(fetch(imported->id)->embeddingData.has_value());
+  EXPECT_GE(changed_, 1);
+  // Described anew while its repair ran: the old rule's keywords are dropped
+  // and the next notice repairs it by the new one.
+  EXPECT_TRUE(log_.contains("kw-build STALE cat=\"Music\""));
+  EXPECT_FALSE(fetch(redescribed->id)->embeddingData.has_value());
+  EXPECT_EQ(service_->healArrivedCategories(), 1);
+  background_.runAll();
+  main_.runAll();
+  EXPECT_EQ(fetch(redescribed->id)->keywords(),
+            (std::vector<std::string>{"vinyl", "records", "flight", "itinerary"}));
+
+  // A repair that ends after the service has gone stores nothing.
+  auto late = category("Late", {}, "late arrivals");
+  EXPECT_EQ(service_->healArrivedCategories(), 1);
+  background_.runAll();
+  service_.reset();
+  main_.runAll();
+  EXPECT_FALSE(fetch(late->id)->embeddingData.has_value());
 }
 
 }  // namespace

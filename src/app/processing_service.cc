@@ -74,6 +74,9 @@ class ProcessingService final : public ProcessingQueueService {
         .clock = env_.clock,
         .timers = env_.timers,
         .mainLoop = env_.mainLoop,
+        // The daemon's main loop does not wait for the model while it
+        // repairs categories; a command waits, as it does for its answer.
+        .background = commandItems == 0 ? &workers_ : nullptr,
         .userDefaults = env_.userDefaults,
         .lexicon = platform.lexicon,
         .embedder = *models_.categoryEmbedder,

@@ -191,6 +191,32 @@ TEST_F(CategoriesCliTest, TheDaemonSortsAndLearns) {
       << r.err;
   EXPECT_EQ(r.out, "Filed 1 screenshot into \"Cars\".\n");
   EXPECT_NE(daemon.errors().find("custom-sort DONE"), std::string::npos) << daemon.errors();
+  auto sortsInDaemon = [&] {
+    size_t n = 0;
+    const std::string log = daemon.errors();
+    for (size_t at = log.find("custom-sort DONE"); at != std::string::npos;
+         at = log.find("custom-sort DONE", at + 1)) {
+      ++n;
+    }
+    return n;
+  };
+
+  // With automatic assignment on, a new category and a new rule sort there too.
+  r = klipora({"settings", "set", "customCategoryAutoAssignEnabled", "true"});
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  r = klipora({"categories", "add", "Meetings", "--description", "meeting notes and budgets"});
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  // (the screenshot filed under Cars is not looked at)
+  EXPECT_NE(r.err.find("Sorting into \"Meetings\": 100% (1 of 1), 1 filed"), std::string::npos)
+      << r.err;
+  EXPECT_NE(r.out.find("Filed 1 screenshot into \"Meetings\"."), std::string::npos) << r.out;
+  EXPECT_EQ(sortsInDaemon(), 2u) << daemon.errors();
+  r = klipora({"categories", "describe", "Meetings", "quarterly budget meeting notes", "--json"});
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_EQ(json::parse(r.out)["filed"], 0);  // already filed there
+  EXPECT_EQ(sortsInDaemon(), 3u) << daemon.errors();
+  r = klipora({"categories", "delete", "Meetings"});
+  ASSERT_EQ(r.exitCode, 0) << r.err;
 
   auto items = json::parse(klipora({"list", "--json"}).out);
   std::string dealer;

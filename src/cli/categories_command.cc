@@ -110,8 +110,8 @@ int RunAdd(CliSession& session, const std::string& name, const std::string& desc
   Categories c(session);
   auto category = c.catalog.create(name, description);
   if (!category) return Fail("cannot add the category", category.error());
-  auto filed = AutoSort(session, c, **category);
   TellDaemon(session);
+  auto filed = AutoSort(session, c, **category);
   if (json) {
     auto out = CategoryJson(c, **category);
     out["filed"] = filed ? Json(*filed) : Json(nullptr);
@@ -150,8 +150,8 @@ int RunChange(CliSession& session, const std::string& action, const std::string&
   if (!updated) return Fail("cannot read the category", updated.error());
   // A new rule may take screenshots the old one left.
   std::optional<int64_t> filed;
-  if (action == "describe") filed = AutoSort(session, c, **updated);
   TellDaemon(session);
+  if (action == "describe") filed = AutoSort(session, c, **updated);
   if (json) {
     auto out = CategoryJson(c, **updated);
     if (action == "describe") out["filed"] = filed ? Json(*filed) : Json(nullptr);
@@ -178,12 +178,22 @@ std::string FiledLine(int64_t count, const std::string& name) {
          " into \"" + name + "\".";
 }
 
+klipora::Result<intelligence::CustomCategorySorter::Result> SortInDaemon(
+    CliSession& session, const CustomCategory& category);
+
 // With automatic assignment on, a new or changed category takes the
-// screenshots already in the library at once; off, only on request.
+// screenshots already in the library at once (in the daemon when one runs,
+// which must have been told of the change); off, only on request.
 std::optional<int64_t> AutoSort(CliSession& session, Categories& c,
                                 const CustomCategory& category) {
   if (!session.settings().customCategoryAutoAssignEnabled) return std::nullopt;
-  auto result = SortInto(c, category);
+  klipora::Result<intelligence::CustomCategorySorter::Result> result =
+      Err(Status::Internal("not sorted"));
+  if (runningDaemon(session)) {
+    result = SortInDaemon(session, category);
+  } else {
+    result = SortInto(c, category);
+  }
   if (!result) {
     std::cerr << "klipora: cannot sort the library into \"" << category.name
               << "\": " << result.error().message() << "\n";

@@ -141,12 +141,8 @@ Status CustomCategoryKeywordBuilder::buildAndEnrich(const UUID& categoryID,
     if (onEnrichFinished) onEnrichFinished();
     return Status::Ok();
   }
-  std::vector<std::string> all = base;
-  for (auto& term : sanitize(model_.expandKeywords(name, source, base))) {
-    if (std::find(all.begin(), all.end(), term) == all.end()) all.push_back(std::move(term));
-  }
-  if (all.size() > base.size()) {
-    stored = storeIfCurrent(categoryID, description, all, computeCentroid(all, source), context,
+  if (auto all = enrichedTerms(name, source, base)) {
+    stored = storeIfCurrent(categoryID, description, *all, computeCentroid(*all, source), context,
                             "kw-enrich");
     if (!stored) return stored.error();
   } else {
@@ -157,25 +153,73 @@ Status CustomCategoryKeywordBuilder::buildAndEnrich(const UUID& categoryID,
   return Status::Ok();
 }
 
+std::optional<std::vector<std::string>> CustomCategoryKeywordBuilder::enrichedTerms(
+    const std::string& name, const std::string& source, const std::vector<std::string>& base) {
+  std::vector<std::string> all = base;
+  for (auto& term : sanitize(model_.expandKeywords(name, source, base))) {
+    if (std::find(all.begin(), all.end(), term) == all.end()) all.push_back(std::move(term));
+  }
+  if (all.size() > base.size()) return all;
+  return std::nullopt;
+}
+
 Status CustomCategoryKeywordBuilder::healAfterSync(const UUID& categoryID,
                                                    library::ModelContext& context) {
+  ASSIGN_OR_RETURN(auto heal, prepareHeal(categoryID, context));
+  if (!heal) return Status::Ok();
+  computeHeal(*heal);
+  return applyHeal(*heal, context);
+}
+
+Result<std::optional<CustomCategoryKeywordBuilder::Heal>> CustomCategoryKeywordBuilder::prepareHeal(
+    const UUID& categoryID, library::ModelContext& context) {
   auto category = context.fetchByKey<library::CustomCategory>(categoryID.uuidString());
-  if (!category) return category.error();
-  if (!*category) return Status::Ok();
+  if (!category) return Err(category.error());
+  if (!*category) return std::optional<Heal>();
   auto& c = **category;
-  const std::string description = c.categoryDescription.value_or("");
-  const auto keywords = sanitize(c.keywords());
-  if (keywords.empty()) {
+  Heal heal;
+  heal.categoryID = categoryID;
+  heal.name = c.name;
+  heal.description = c.categoryDescription.value_or("");
+  heal.keywords = sanitize(c.keywords());
+  heal.rebuild = heal.keywords.empty();
+  if (heal.rebuild) {
     log::classify("kw-heal cat=" + Describe(c) +
                   " synced with no keywords — rebuilding from description");
-    return buildAndEnrich(categoryID, description, context);
+  } else if (c.embeddingData && !decodeCentroid(*c.embeddingData).empty()) {
+    return std::optional<Heal>();
+  } else {
+    log::classify("kw-heal cat=" + Describe(c) +
+                  " synced keywords but no local centroid — computing");
   }
-  if (c.embeddingData && !decodeCentroid(*c.embeddingData).empty()) return Status::Ok();
-  log::classify("kw-heal cat=" + Describe(c) + " synced keywords but no local centroid — computing");
-  const std::string source = trimBlanks(description).empty() ? c.name : description;
-  auto stored = storeIfCurrent(categoryID, description, keywords,
-                               computeCentroid(keywords, source), context, "kw-heal");
-  return stored ? Status::Ok() : stored.error();
+  return std::optional<Heal>(std::move(heal));
+}
+
+void CustomCategoryKeywordBuilder::computeHeal(Heal& heal) {
+  const std::string source = trimBlanks(heal.description).empty() ? heal.name : heal.description;
+  if (heal.rebuild) heal.keywords = extract(source);
+  heal.centroid = computeCentroid(heal.keywords, source);
+  if (!heal.rebuild) return;
+  heal.modelAvailable = model_.isAvailable();
+  if (!heal.modelAvailable) return;
+  heal.enriched = enrichedTerms(heal.name, source, heal.keywords);
+  if (heal.enriched) heal.enrichedCentroid = computeCentroid(*heal.enriched, source);
+}
+
+Status CustomCategoryKeywordBuilder::applyHeal(const Heal& heal, library::ModelContext& context) {
+  auto stored = storeIfCurrent(heal.categoryID, heal.description, heal.keywords, heal.centroid,
+                               context, heal.rebuild ? "kw-build" : "kw-heal");
+  if (!stored) return stored.error();
+  if (!*stored || !heal.rebuild) return Status::Ok();
+  if (heal.enriched) {
+    stored = storeIfCurrent(heal.categoryID, heal.description, *heal.enriched,
+                            heal.enrichedCentroid, context, "kw-enrich");
+    return stored ? Status::Ok() : stored.error();
+  }
+  log::classify("kw-enrich SKIP cat=\"" + heal.name +
+                "\" (no AI expansion — keeping base count=" +
+                std::to_string(heal.keywords.size()) + ")");
+  return Status::Ok();
 }
 
 }  // namespace klipora::intelligence

@@ -68,7 +68,34 @@ class CustomCategoryKeywordBuilder {
   // no keywords at all are rebuilt from the description.
   Status healAfterSync(const UUID& categoryID, library::ModelContext& context);
 
+  // healAfterSync() in three steps, for a caller whose thread must not wait
+  // for the model or the embedder: prepareHeal() reads the category on the
+  // context's thread (nothing when it is gone or needs nothing), computeHeal()
+  // builds the keywords and centroids on any thread (it blocks while the
+  // model expands them), applyHeal() stores them on the context's thread
+  // unless the category was deleted or described anew meanwhile.
+  struct Heal {
+    UUID categoryID;
+    std::string name;
+    std::string description;  // as read; a different one on apply is stale
+    bool rebuild = false;     // no keywords came: built from the description
+    std::vector<std::string> keywords;
+    std::optional<std::vector<float>> centroid;
+    bool modelAvailable = false;
+    // The keywords with the model's terms, when it added any.
+    std::optional<std::vector<std::string>> enriched;
+    std::optional<std::vector<float>> enrichedCentroid;
+  };
+  Result<std::optional<Heal>> prepareHeal(const UUID& categoryID, library::ModelContext& context);
+  void computeHeal(Heal& heal);
+  Status applyHeal(const Heal& heal, library::ModelContext& context);
+
  private:
+  // The model's terms added to `base`, when it answered with any new one.
+  std::optional<std::vector<std::string>> enrichedTerms(const std::string& name,
+                                                        const std::string& source,
+                                                        const std::vector<std::string>& base);
+
   // Writes keywords and centroid when the category still has `description`.
   Result<bool> storeIfCurrent(const UUID& categoryID, const std::string& description,
                               const std::vector<std::string>& keywords,
