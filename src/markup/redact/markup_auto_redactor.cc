@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <cmath>
 #include <tuple>
 
@@ -154,45 +153,6 @@ Detection Scaled(Detection d, double sx, double sy) {
   d.frame = Rect::make(std::floor(d.frame.minX() * sx), std::floor(d.frame.minY() * sy),
                        std::ceil(d.frame.size.width * sx), std::ceil(d.frame.size.height * sy));
   return d;
-}
-
-// Whether `pattern` matches all of [begin, end) of `text`.
-bool MatchesWhole(const RedactionPattern& pattern, std::string_view text, size_t begin,
-                  size_t end) {
-  bool whole = false;
-  pattern.forEachMatch(text.substr(begin, end - begin),
-                       [&](size_t b, size_t e) { whole = whole || (b == 0 && e == end - begin); });
-  return whole;
-}
-
-bool PlainWord(std::string_view text) {
-  return !text.empty() && !looksLikeTokenPiece(text) &&
-         std::all_of(text.begin(), text.end(),
-                     [](char c) { return std::isalpha(static_cast<unsigned char>(c)) != 0; });
-}
-
-// Narrows a match of the repaired text that a narrow blank extended by a
-// word: while the piece before its first join (or after its last) is a plain
-// word and the rest matches on its own, that piece is a label ("SECRET",
-// "Key") glued to the token, not part of it.
-void Trim(const RedactionPattern& pattern, const RepairedLine& line, size_t& begin,
-          size_t& end) {
-  const std::string_view text = line.text;
-  bool trimmed = true;
-  while (trimmed && line.joinsInside(begin, end)) {
-    trimmed = false;
-    size_t first = *std::upper_bound(line.joins.begin(), line.joins.end(), begin);
-    if (PlainWord(text.substr(begin, first - begin)) && MatchesWhole(pattern, text, first, end)) {
-      begin = first;
-      trimmed = true;
-      continue;
-    }
-    size_t last = *(std::lower_bound(line.joins.begin(), line.joins.end(), end) - 1);
-    if (PlainWord(text.substr(last, end - last)) && MatchesWhole(pattern, text, begin, last)) {
-      end = last;
-      trimmed = true;
-    }
-  }
 }
 
 DetectError FromOcr(const processing::OCRError& error) {
@@ -351,7 +311,7 @@ std::vector<Detection> MarkupAutoRedactor::scanText(const std::vector<OCRLine>& 
       const bool loose = kind == Kind::secret || kind == Kind::phone ||
                          kind == Kind::creditCard || kind == Kind::ipv4;
       pattern.forEachMatch(repaired.text, [&](size_t begin, size_t end) {
-        Trim(pattern, repaired, begin, end);
+        repaired.trimToNeededPieces(pattern, begin, end);
         if (loose && repaired.shapeJoinsInside(begin, end)) return;
         auto [from, to] = repaired.originalRange(line.text, begin, end);
         if (from < to) add(pattern.kind(), from, to);

@@ -217,6 +217,21 @@ void JoinBlanksInTokens(RepairedLine& line, const OCRLine& recognised, Size imag
   }
 }
 
+// Whether `pattern` matches all of [begin, end) of `text`.
+bool MatchesWhole(const RedactionPattern& pattern, std::string_view text, size_t begin,
+                  size_t end) {
+  bool whole = false;
+  pattern.forEachMatch(text.substr(begin, end - begin),
+                       [&](size_t b, size_t e) { whole = whole || (b == 0 && e == end - begin); });
+  return whole;
+}
+
+bool PlainWord(std::string_view text) {
+  return !text.empty() && !looksLikeTokenPiece(text) &&
+         std::all_of(text.begin(), text.end(),
+                     [](char c) { return std::isalpha(static_cast<unsigned char>(c)) != 0; });
+}
+
 }  // namespace
 
 bool looksLikeTokenPiece(std::string_view piece) {
@@ -256,6 +271,26 @@ bool RepairedLine::joinsInside(size_t begin, size_t end) const {
 bool RepairedLine::shapeJoinsInside(size_t begin, size_t end) const {
   auto it = std::upper_bound(shapeJoins.begin(), shapeJoins.end(), begin);
   return it != shapeJoins.end() && *it < end;
+}
+
+void RepairedLine::trimToNeededPieces(const RedactionPattern& pattern, size_t& begin,
+                                      size_t& end) const {
+  const std::string_view view = text;
+  bool trimmed = true;
+  while (trimmed && joinsInside(begin, end)) {
+    trimmed = false;
+    size_t first = *std::upper_bound(joins.begin(), joins.end(), begin);
+    if (PlainWord(view.substr(begin, first - begin)) && MatchesWhole(pattern, view, first, end)) {
+      begin = first;
+      trimmed = true;
+      continue;
+    }
+    size_t last = *(std::lower_bound(joins.begin(), joins.end(), end) - 1);
+    if (PlainWord(view.substr(last, end - last)) && MatchesWhole(pattern, view, begin, last)) {
+      end = last;
+      trimmed = true;
+    }
+  }
 }
 
 RepairedLine repairForMatching(const OCRLine& line, Size imageSize) {

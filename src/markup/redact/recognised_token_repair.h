@@ -35,6 +35,8 @@
 
 namespace klipora::markup {
 
+class RedactionPattern;
+
 struct RepairedLine {
   std::string text;
   // origin[i]: the byte of the recognised text that byte i of `text` stands
@@ -52,6 +54,11 @@ struct RepairedLine {
   // Whether some join (shape join) lies strictly inside [begin, end).
   bool joinsInside(size_t begin, size_t end) const;
   bool shapeJoinsInside(size_t begin, size_t end) const;
+  // Narrows a match [begin, end) of `text` that a join extended by a word:
+  // while the piece before its first join (or after its last) is a plain
+  // word and the rest matches `pattern` on its own, that piece is a label
+  // ("SECRET", "Key") glued to the token, not part of it.
+  void trimToNeededPieces(const RedactionPattern& pattern, size_t& begin, size_t& end) const;
 };
 
 // Whether a piece of text between blanks looks like part of a key rather
