@@ -263,18 +263,20 @@ std::vector<Detection> MarkupAutoRedactor::scanText(const std::vector<OCRLine>& 
                                                     Size imageSize, bool includePII,
                                                     bool includeAllText) {
   std::vector<Detection> detections;
-  std::vector<Rect> lineBoxes;
-  if (includePII) {
-    for (const OCRLine& line : observations) lineBoxes.push_back(ToPixels(line.boundingBox, imageSize));
-  }
-  for (size_t index = 0; index < observations.size(); ++index) {
-    const OCRLine& line = observations[index];
-    if (includeAllText && !line.text.empty()) {
+  if (includeAllText) {
+    for (const OCRLine& line : observations) {
+      if (line.text.empty()) continue;
       detections.push_back({Kind::allText,
                             Grow(ToPixels(line.boundingBox, imageSize), kTextMargin, imageSize),
                             line.text});
     }
-    if (!includePII) continue;
+  }
+  if (!includePII) return detections;
+  const std::vector<OCRLine> rows = joinLinesOfOneRow(observations, imageSize);
+  std::vector<Rect> lineBoxes;
+  for (const OCRLine& line : rows) lineBoxes.push_back(ToPixels(line.boundingBox, imageSize));
+  for (size_t index = 0; index < rows.size(); ++index) {
+    const OCRLine& line = rows[index];
     // First the text as read, then as repaired (tokens rejoined, look-alike
     // glyphs and key prefixes restored) where that differs; a match of the
     // repaired text that spans a rejoined blank drops the words at its ends

@@ -87,8 +87,16 @@ const std::vector<PrefixRepair>& PrefixRepairs() {
       {R"(\bA[l1|]za(?=[A-Z0-9_-]{8}))",
        [](std::string_view read) { return std::string(read.substr(0, 1)) + "Iza"; }},
       // "eyI…": the J that opens each encoded part of a web token.
-      {R"((?:\b|(?<=\.))ey[l1|f}\])](?=[A-Z0-9_-]{8}))",
+      {R"((?:\b|(?<=\.))ey[l1|f}\])](?=[A-Z0-9_-]{4}))",
        [](std::string_view read) { return std::string(read.substr(0, 2)) + "J"; }},
+      // "bfcO:4cf": an O among the hexadecimal groups of an IPv6 address.
+      {R"(\b(?:[0-9A-FO]{1,4}:){2,7}[0-9A-FO]{1,4}\b)",
+       [](std::string_view read) {
+         std::string s(read);
+         std::replace(s.begin(), s.end(), 'O', '0');
+         std::replace(s.begin(), s.end(), 'o', '0');
+         return s;
+       }},
   };
   return repairs;
 }
@@ -117,9 +125,10 @@ void RepairPrefixes(RepairedLine& line) {
   }
 }
 
-// Look-alike glyphs after a letter or digit: brackets, braces and currency
-// signs only before another one (a closing bracket after a word is a
-// bracket), an exclamation mark or a registered sign also at a token's end.
+// Look-alike glyphs after a letter, digit or separator: brackets, braces
+// and currency signs only before a letter or digit (a closing bracket after a
+// word is a bracket), an exclamation mark or a registered sign also at a
+// token's end.
 void RepairGlyphs(RepairedLine& line) {
   struct LookAlike {
     std::string_view read;
@@ -137,7 +146,7 @@ void RepairGlyphs(RepairedLine& line) {
       edits.push_back({i, i + 1, "l"});  // a thin l, I or 1 read as a bar
       continue;
     }
-    if (i == 0 || !IsAsciiAlnum(text[i - 1])) continue;
+    if (i == 0 || !IsTokenChar(text[i - 1])) continue;
     for (const LookAlike& look : kLookAlikes) {
       size_t end = i + look.read.size();
       if (end > text.size() || text.compare(i, look.read.size(), look.read) != 0) continue;
@@ -293,13 +302,59 @@ void RepairedLine::trimToNeededPieces(const RedactionPattern& pattern, size_t& b
   }
 }
 
+std::vector<OCRLine> joinLinesOfOneRow(std::vector<OCRLine> lines, Size image) {
+  std::vector<Rect> boxes;
+  for (const OCRLine& line : lines) {
+    const processing::OCRRect& r = line.boundingBox;
+    boxes.push_back(Rect::make(r.x * image.width, (1 - r.maxY()) * image.height,
+                               r.width * image.width, r.height * image.height));
+  }
+  // next[i]: the line that continues line i on its row, if any.
+  const size_t none = lines.size();
+  std::vector<size_t> next(lines.size(), none);
+  std::vector<bool> continues(lines.size(), false);
+  for (size_t i = 0; i < lines.size(); ++i) {
+    for (size_t j = 0; j < lines.size(); ++j) {
+      if (i == j || continues[j]) continue;
+      const Rect &a = boxes[i], &b = boxes[j];
+      double overlap = std::min(a.maxY(), b.maxY()) - std::max(a.minY(), b.minY());
+      double gap = b.minX() - a.maxX();
+      if (b.minX() > a.minX() && overlap >= std::min(a.size.height, b.size.height) / 2 &&
+          gap >= -2 &&
+          gap <= std::max(a.size.height, b.size.height)) {
+        next[i] = j;
+        continues[j] = true;
+        break;
+      }
+    }
+  }
+  std::vector<OCRLine> joined;
+  for (size_t head = 0; head < lines.size(); ++head) {
+    if (continues[head]) continue;
+    OCRLine line = std::move(lines[head]);
+    for (size_t j = next[head], steps = 0; j != none && steps < lines.size();
+         j = next[j], ++steps) {
+      const size_t shift = line.text.size() + 1;
+      line.text += " " + lines[j].text;
+      line.confidence = std::min(line.confidence, lines[j].confidence);
+      line.boundingBox = line.boundingBox.united(lines[j].boundingBox);
+      for (processing::OCRCharacterBox c : lines[j].characterBoxes) {
+        c.offset += shift;
+        line.characterBoxes.push_back(c);
+      }
+    }
+    joined.push_back(std::move(line));
+  }
+  return joined;
+}
+
 RepairedLine repairForMatching(const OCRLine& line, Size imageSize) {
   RepairedLine repaired;
   repaired.text = line.text;
   repaired.origin.resize(line.text.size());
   for (size_t i = 0; i < line.text.size(); ++i) repaired.origin[i] = i;
-  RepairPrefixes(repaired);
   RepairGlyphs(repaired);
+  RepairPrefixes(repaired);
   JoinBlanksInTokens(repaired, line, imageSize);
   return repaired;
 }

@@ -14,12 +14,12 @@
 //    as a shape join, when the pieces on both sides look like parts of a key
 //    (looksLikeTokenPiece: words such as "iPhone14 MacBookPro2023" do too, so
 //    a shape join is good enough only for the formats with a fixed shape);
-//  - a bracket, brace or currency sign between two letters or digits reads
-//    as the letter it stands for (J, f, Y, c), a bar or an exclamation mark
-//    as an l;
+//  - a bracket, brace or currency sign inside a token reads as the letter it
+//    stands for (J, f, Y, c), a bar or an exclamation mark as an l;
 //  - the fixed prefixes of the key formats read with a blank for an
 //    underscore or an l for an I ("sk live_", "ghp M…", "Alza") are written
-//    as the format has them.
+//    as the format has them, and an O among an IPv6 address's hexadecimal
+//    groups as a 0.
 //
 // Pure functions of their arguments; safe on any thread.
 #pragma once
@@ -65,6 +65,12 @@ struct RepairedLine {
 // than a word: letters and digits mixed, a capital after a small letter, or a
 // separator inside; a lone separator (the dot of a split web token) too.
 bool looksLikeTokenPiece(std::string_view piece);
+
+// Recognised lines that stand side by side on one row, at most a line's
+// height apart, joined left to right into one (a blank between them): the
+// recogniser now and then ends a line inside a token and starts another.
+std::vector<processing::OCRLine> joinLinesOfOneRow(std::vector<processing::OCRLine> lines,
+                                                   Size imageSize);
 
 // `imageSize` in pixels: blanks are judged by their width in pixels against
 // the line's height.
