@@ -89,6 +89,8 @@ class ProcessingService final : public ProcessingQueueService {
   // Work still running on the pools uses what this service owns: it
   // finishes before anything goes.
   ~ProcessingService() override {
+    // A model server that is slow to answer does not hold the stop up.
+    models_.arbiter->cancelRequests();
     queue_->stop();
     ocr_->stopKeepWarm();
     recognition_.waitIdle();

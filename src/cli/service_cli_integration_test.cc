@@ -11,10 +11,12 @@
 #include <fstream>
 #include <iostream>
 #include <nlohmann/json.hpp>
+#include <thread>
 
 #include "cli/testing/daemon_process.h"
 #include "cli/testing/run_klipora.h"
 #include "platform/linux/testing/text_images.h"
+#include "platform/testing/fake_model_server.h"
 #include "platform/testing/temp_dir.h"
 
 namespace klipora {
@@ -143,6 +145,39 @@ TEST_F(ServiceCliTest, TheDaemonSaysReadyAndStoppingAndStopsQuicklyOnSigterm) {
   // Everything imported was saved.
   auto listed = runKlipora(home_, {"list", "--json"});
   EXPECT_EQ(json::parse(listed.out).size(), 12u);
+}
+
+TEST_F(ServiceCliTest, AStopDoesNotWaitForAModelServerThatDoesNotAnswer) {
+  testing::FakeModelServer server;
+  server.setScript([](const testing::FakeModelRequest& r) {
+    if (r.path.ends_with("/models")) return testing::FakeModelServer::modelsReply({"m"});
+    return testing::FakeModelReply::never();
+  });
+  ASSERT_EQ(runKlipora(home_, {"model", "use", server.baseURL()}).exitCode, 0);
+  DaemonProcess daemon(home_, runtime_);
+  ASSERT_TRUE(daemon.waitForOutput("Press Ctrl-C to stop.")) << daemon.errors();
+  testing::TextImageOptions o;
+  o.width = 700;
+  o.height = 200;
+  o.patches.push_back({.text = "Invoice 2041\nTotal due 120.00 EUR"});
+  const std::string image = dir_.file("invoice.png");
+  std::ofstream(image, std::ios::binary) << testing::makeTextImage(o);
+  auto imported = runKlipora(home_, {"import", image}, "XDG_RUNTIME_DIR=" + runtime_);
+  ASSERT_EQ(imported.exitCode, 0) << imported.err;
+  // The daemon waits for the model's answer (it would for 20 s)...
+  for (int i = 0; i < 600 && server.chatRequests().empty(); ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  }
+  ASSERT_FALSE(server.chatRequests().empty()) << daemon.errors();
+
+  // ...and a stop ends that request instead.
+  auto start = std::chrono::steady_clock::now();
+  daemon.signal(SIGTERM);
+  EXPECT_EQ(daemon.wait(), 0) << daemon.errors();
+  double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  std::cout << "stopped " << seconds << " s after SIGTERM with a model request under way\n";
+  EXPECT_LT(seconds, 5.0);
+  EXPECT_EQ(json::parse(runKlipora(home_, {"list", "--json"}).out).size(), 1u);
 }
 
 }  // namespace

@@ -75,6 +75,12 @@ ModelAvailabilityReport FoundationModelClassifier::availability() {
   return report;
 }
 
+void FoundationModelClassifier::cancelRequests() {
+  std::lock_guard lock(mutex_);
+  cancelled_ = true;
+  for (CancelSignal* request : inFlight_) request->cancel();
+}
+
 bool FoundationModelClassifier::isAvailable() {
   return availability().availability == ModelAvailability::available;
 }
@@ -103,6 +109,14 @@ FoundationModelClassifier::Answer FoundationModelClassifier::ask(ModelRequest re
                                                                  double timeoutSeconds) {
   Answer answer;
   CancelSignal cancel;
+  {
+    std::lock_guard lock(mutex_);
+    if (cancelled_) {
+      answer.error = "not sent: the service is stopping";
+      return answer;
+    }
+    inFlight_.insert(&cancel);
+  }
   std::mutex mutex;
   std::condition_variable finishedChanged;
   bool finished = false;
@@ -145,6 +159,10 @@ FoundationModelClassifier::Answer FoundationModelClassifier::ask(ModelRequest re
   }
   finishedChanged.notify_all();
   watcher.join();
+  {
+    std::lock_guard lock(mutex_);
+    inFlight_.erase(&cancel);
+  }
   answer.ms = std::llround((clock_.monotonicSeconds() - start) * 1000);
   if (timedOut) {
     answer.timedOut = true;

@@ -16,6 +16,7 @@
 
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -56,6 +57,7 @@ class FoundationModelClassifier final : public ModelArbiter {
   std::vector<std::string> expandKeywords(const std::string& categoryName,
                                           const std::string& description,
                                           const std::vector<std::string>& base) override;
+  void cancelRequests() override;
 
  private:
   struct Answer;
@@ -75,6 +77,9 @@ class FoundationModelClassifier final : public ModelArbiter {
   // Set once the server refused a request with an image: later requests
   // go without one.
   bool imagesRefused_ = false;
+  // The requests under way, and whether cancelRequests() ended them all.
+  std::set<CancelSignal*> inFlight_;
+  bool cancelled_ = false;
 };
 
 }  // namespace klipora::intelligence

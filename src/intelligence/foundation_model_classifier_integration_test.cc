@@ -226,6 +226,26 @@ TEST_F(FoundationModelClassifierTest, HangingServerIsCancelledAtTwentySeconds) {
   EXPECT_TRUE(log_.contains("fm-combined TIMEOUT after 20000ms) — model too slow this run"));
 }
 
+TEST_F(FoundationModelClassifierTest, CancellingEndsRequestsUnderWayAndSendsNoMore) {
+  server_.setScript([](const FakeModelRequest& r) {
+    if (r.path.ends_with("/models")) return FakeModelServer::modelsReply({"m"});
+    return FakeModelReply::never();
+  });
+  ASSERT_TRUE(classifier_.isAvailable());
+  auto expanding = std::async(std::launch::async, [&] {
+    return classifier_.expandKeywords("Cars", "photos of my car", {"car"});
+  });
+  auto arbitrating = std::async(std::launch::async, [&] { return classifier_.arbitrate(Input()); });
+  while (server_.chatRequests().size() < 2) std::this_thread::yield();
+  // Both end without the clock moving: the service is stopping.
+  classifier_.cancelRequests();
+  EXPECT_TRUE(expanding.get().empty());
+  EXPECT_FALSE(arbitrating.get());
+  EXPECT_TRUE(server_.waitForAbandoned(2, 30));
+  EXPECT_TRUE(classifier_.expandKeywords("Cars", "photos of my car", {"car"}).empty());
+  EXPECT_EQ(server_.chatRequests().size(), 2u);  // the last one was not sent
+}
+
 TEST_F(FoundationModelClassifierTest, AttachesTheScreenshotUnlessTheServerRefusesImages) {
   server_.setChatContent(Builtin("design"));
   ArbitrationInput input = Input();

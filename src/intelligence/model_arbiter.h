@@ -83,6 +83,9 @@ class ModelArbiter {
   virtual std::vector<std::string> expandKeywords(const std::string& categoryName,
                                                   const std::string& description,
                                                   const std::vector<std::string>& base) = 0;
+  // For a service shutting down: the requests under way end at once and
+  // later ones are not sent, all giving nothing. Any thread.
+  virtual void cancelRequests() {}
 };
 
 // The arbitration input for a resolution: the candidates in order and the
