@@ -166,5 +166,44 @@ TEST_F(MarkupCliTest, WatermarksAndSignaturesAreKeptInTheSupportFolder) {
   EXPECT_EQ(runKlipora(home_, {"signature", "delete", signature["id"]}).exitCode, 1);
 }
 
+TEST_F(MarkupCliTest, TheSubjectIsKeptOrLiftedAsATransparentPng) {
+  // A red disc on a white page.
+  PixelImage page = PixelImage::filled(240, 160, 4, 255);
+  for (int y = 0; y < page.height; ++y) {
+    for (int x = 0; x < page.width; ++x) {
+      double dx = (x - 120) / 48.0, dy = (y - 80) / 32.0;
+      if (dx * dx + dy * dy <= 1) std::copy_n("\xd9\x1a\x1a", 3, page.row(y) + x * 4);
+    }
+  }
+  std::string in = Write("disc.png", *codec_.encodePng(page));
+
+  std::string kept = dir_.file("kept.png");
+  json removed = Run({"markup", "remove-background", in, "-o", kept, "--json"});
+  EXPECT_EQ(removed["output"], kept);
+  PixelImage masked = Read(kept);
+  ASSERT_EQ(masked.width, 240);
+  EXPECT_EQ(At(masked, 120, 80)[3], 255);  // the disc stays
+  EXPECT_EQ(At(masked, 5, 5)[3], 0);       // the page goes
+
+  std::string sticker = dir_.file("sticker.png");
+  Run({"markup", "cutout", in, "--rect", "60,30,120,100", "-o", sticker, "--json"});
+  PixelImage lifted = Read(sticker);
+  ASSERT_EQ(lifted.width, 120);
+  EXPECT_EQ(At(lifted, 60, 50)[3], 255);
+  EXPECT_EQ(At(lifted, 2, 2)[3], 0);
+
+  std::string blank = Write("blank.png", *codec_.encodePng(PixelImage::filled(100, 100, 4, 255)));
+  auto none = runKlipora(home_, {"markup", "remove-background", blank, "-o", dir_.file("n.png")});
+  EXPECT_EQ(none.exitCode, 1);
+  EXPECT_NE(none.err.find("No subject found to keep."), std::string::npos) << none.err;
+  EXPECT_FALSE(std::filesystem::exists(dir_.file("n.png")));
+  auto small = runKlipora(home_, {"markup", "cutout", in, "--rect", "0,0,10,40", "-o", sticker});
+  EXPECT_EQ(small.exitCode, 1);
+  EXPECT_NE(small.err.find("Selection too small"), std::string::npos) << small.err;
+  auto outside = runKlipora(home_, {"markup", "cutout", in, "--rect", "230,0,40,40", "-o", sticker});
+  EXPECT_NE(outside.err.find("Unable to crop selection"), std::string::npos) << outside.err;
+  EXPECT_EQ(runKlipora(home_, {"markup", "cutout", in, "--rect", "1,2,3", "-o", sticker}).exitCode, 2);
+}
+
 }  // namespace
 }  // namespace klipora
