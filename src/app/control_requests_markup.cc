@@ -39,9 +39,10 @@ Json ControlRequestHandler::markupCommit(const Json& request) {
   if (!storage) return errorReply("the library is not open yet");
   markup::RunInPlace io;  // the stores are only read here
   const std::string support = ParentFolder(target_.storePath);
-  markup::MarkupSignatureStore signatures(storage->fileSystem(), io, support, target_.clock);
-  markup::MarkupWatermarkStore watermarks(storage->fileSystem(), storage->codec(), io, support,
-                                          target_.clock);
+  markup::MarkupSignatureStore signatures(storage->fileSystem(), io, io, support,
+                                         target_.clock);
+  markup::MarkupWatermarkStore watermarks(storage->fileSystem(), storage->codec(), io, io,
+                                          support, target_.clock);
   markup::MarkupStoredAssets assets(signatures, watermarks);
   MarkupCommitService service(target_.context, *storage, target_.clock, &assets);
   auto result = service.commit(*id, *snapshot, where);

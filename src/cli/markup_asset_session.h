@@ -24,12 +24,13 @@ inline std::optional<std::string> readInputFile(CliSession& session, const std::
 
 struct MarkupAssetSession {
   explicit MarkupAssetSession(CliSession& session)
-      : signatures(session.platform().fileSystem, io, session.paths().supportFolder,
+      : signatures(session.platform().fileSystem, io, io, session.paths().supportFolder,
                    session.platform().clock),
-        watermarks(session.platform().fileSystem, session.platform().imageCodec, io,
+        watermarks(session.platform().fileSystem, session.platform().imageCodec, io, io,
                    session.paths().supportFolder, session.platform().clock),
         assets(signatures, watermarks) {}
 
+  // A command reads and writes in place: it must not end before its writes.
   markup::RunInPlace io;
   markup::MarkupSignatureStore signatures;
   markup::MarkupWatermarkStore watermarks;

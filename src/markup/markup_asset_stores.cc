@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
+#include <iterator>
 
 #include "markup/markup_json_coding.h"
 #include "platform/log.h"
@@ -54,6 +56,33 @@ Result<std::vector<T>> LoadList(FileSystem& fs, const std::string& path) {
   return list;
 }
 
+// Reads the list on `io` and hands it to `arrive` on `owner`, unless the
+// store has gone by then.
+template <typename T>
+void LoadOnIo(FileSystem& fs, Executor& io, Executor& owner, const std::string& path,
+              const char* storeName, std::weak_ptr<bool> alive,
+              std::function<void(std::vector<T>)> arrive) {
+  io.post([&fs, &owner, path, storeName, alive = std::move(alive), arrive = std::move(arrive)] {
+    std::vector<T> list;
+    if (auto loaded = LoadList<T>(fs, path)) {
+      list = std::move(*loaded);
+    } else {
+      log::error(kLogArea, "%s load failed: %s", storeName, loaded.error().message().c_str());
+    }
+    owner.post([alive, arrive, list = std::move(list)]() mutable {
+      if (alive.lock()) arrive(std::move(list));
+    });
+  });
+}
+
+// The list read from the file, followed by what was added before it arrived.
+template <typename T>
+void Arrived(std::vector<T>& list, std::vector<T> loaded) {
+  loaded.insert(loaded.end(), std::make_move_iterator(list.begin()),
+                std::make_move_iterator(list.end()));
+  list = std::move(loaded);
+}
+
 // Encodes now and writes on `io`, so the list can change again at once.
 template <typename T>
 void SaveList(FileSystem& fs, Executor& io, const std::string& folder, const std::string& path,
@@ -86,15 +115,15 @@ T* FindById(std::vector<T>& list, const UUID& id) {
 
 }  // namespace
 
-MarkupSignatureStore::MarkupSignatureStore(FileSystem& fs, Executor& io,
+MarkupSignatureStore::MarkupSignatureStore(FileSystem& fs, Executor& io, Executor& owner,
                                            const std::string& rootFolder, Clock& clock)
     : fs_(fs), io_(io), clock_(clock), root_(rootFolder), fileURL_(joinPath(rootFolder, kFileName)) {
-  auto loaded = LoadList<MarkupSignature>(fs_, fileURL_);
-  if (loaded) {
-    signatures_ = std::move(*loaded);
-  } else {
-    log::error(kLogArea, "MarkupSignatureStore load failed: %s", loaded.error().message().c_str());
-  }
+  LoadOnIo<MarkupSignature>(fs_, io_, owner, fileURL_, "MarkupSignatureStore", alive_,
+                            [this](std::vector<MarkupSignature> loaded) {
+                              Arrived(signatures_, std::move(loaded));
+                              loaded_ = true;
+                              if (saveWhenLoaded_) save();
+                            });
 }
 
 std::optional<MarkupSignature> MarkupSignatureStore::signature(const UUID& id) const {
@@ -143,11 +172,15 @@ bool MarkupSignatureStore::remove(const UUID& id) {
 }
 
 void MarkupSignatureStore::save() {
+  // An earlier write would replace the file with only the changes.
+  saveWhenLoaded_ = !loaded_;
+  if (!loaded_) return;
   SaveList(fs_, io_, root_, fileURL_, signatures_, "MarkupSignatureStore");
 }
 
 MarkupWatermarkStore::MarkupWatermarkStore(FileSystem& fs, ImageCodec& codec, Executor& io,
-                                           const std::string& rootFolder, Clock& clock)
+                                           Executor& owner, const std::string& rootFolder,
+                                           Clock& clock)
     : fs_(fs),
       codec_(codec),
       io_(io),
@@ -155,12 +188,12 @@ MarkupWatermarkStore::MarkupWatermarkStore(FileSystem& fs, ImageCodec& codec, Ex
       root_(rootFolder),
       indexURL_(joinPath(rootFolder, kIndexName)),
       imagesDir_(joinPath(rootFolder, kImagesFolder)) {
-  auto loaded = LoadList<MarkupWatermarkStamp>(fs_, indexURL_);
-  if (loaded) {
-    stamps_ = std::move(*loaded);
-  } else {
-    log::error(kLogArea, "MarkupWatermarkStore load failed: %s", loaded.error().message().c_str());
-  }
+  LoadOnIo<MarkupWatermarkStamp>(fs_, io_, owner, indexURL_, "MarkupWatermarkStore", alive_,
+                                 [this](std::vector<MarkupWatermarkStamp> loaded) {
+                                   Arrived(stamps_, std::move(loaded));
+                                   loaded_ = true;
+                                   if (saveWhenLoaded_) save();
+                                 });
 }
 
 std::string MarkupWatermarkStore::imagePath(const UUID& id) const {
@@ -208,14 +241,18 @@ bool MarkupWatermarkStore::remove(const UUID& id) {
   if (it == stamps_.end()) return false;
   stamps_.erase(it);
   imageCache_.erase(id);
-  if (Status s = fs_.removeFile(imagePath(id)); !s.ok() && fs_.exists(imagePath(id))) {
-    log::error(kLogArea, "MarkupWatermarkStore delete: %s", s.message().c_str());
-  }
+  io_.post([&fs = fs_, path = imagePath(id)] {
+    if (Status s = fs.removeFile(path); !s.ok() && fs.exists(path)) {
+      log::error(kLogArea, "MarkupWatermarkStore delete: %s", s.message().c_str());
+    }
+  });
   save();
   return true;
 }
 
 void MarkupWatermarkStore::save() {
+  saveWhenLoaded_ = !loaded_;
+  if (!loaded_) return;
   SaveList(fs_, io_, root_, indexURL_, stamps_, "MarkupWatermarkStore");
 }
 

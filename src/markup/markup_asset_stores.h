@@ -3,16 +3,19 @@
 //   signatures.json          MarkupSignatureStore: the list of signatures
 //   Watermarks.json          MarkupWatermarkStore: the index of stamps
 //   Watermarks/<UUID>.png    the image of one watermark stamp
-// Each loads its list when created (a missing file is an empty list; one that
-// cannot be read or decoded is logged, "MarkupSignatureStore load failed: …",
-// and leaves the list empty) and saves the whole list after every change on
-// its serial I/O executor, logging "… save failed: …" when the write fails.
-// Nothing reaches the caller as an error.
+// Each reads its list on its serial I/O executor when created and hands it to
+// the owning thread (a missing file is an empty list; one that cannot be read
+// or decoded is logged, "MarkupSignatureStore load failed: …", and leaves the
+// list empty); until then the list is empty and loaded() is false. Every
+// change saves the whole list on the I/O executor, logging "… save failed: …"
+// when the write fails; a change made before the list has arrived is kept
+// and saved with it. Nothing reaches the caller as an error.
 //
-// Thread rules: lists are read and changed on one thread (the main thread);
-// file writes run on the executor given, which must run work in order.
-// flush() waits for nothing: it is the caller's executor that decides when
-// the posted writes run.
+// Thread rules: lists are read and changed on one thread (the owner, whose
+// executor is `owner`); file input and output run on `io`, which must run
+// work in order. A store destroyed before its list arrives drops it. Writing
+// a new watermark's PNG is the one write made on the caller's thread, since
+// add() answers whether it succeeded.
 #pragma once
 
 #include <functional>
@@ -38,10 +41,12 @@ class RunInPlace final : public Executor {
 
 class MarkupSignatureStore {
  public:
+  MarkupSignatureStore(const MarkupSignatureStore&) = delete;
+  MarkupSignatureStore& operator=(const MarkupSignatureStore&) = delete;
   static constexpr char kFileName[] = "signatures.json";
 
-  MarkupSignatureStore(FileSystem& fs, Executor& io, const std::string& rootFolder,
-                       Clock& clock);
+  MarkupSignatureStore(FileSystem& fs, Executor& io, Executor& owner,
+                       const std::string& rootFolder, Clock& clock);
 
   const std::vector<MarkupSignature>& signatures() const { return signatures_; }
   std::optional<MarkupSignature> signature(const UUID& id) const;
@@ -52,6 +57,7 @@ class MarkupSignatureStore {
   bool rename(const UUID& id, std::string name);
   bool remove(const UUID& id);
   const std::string& fileURL() const { return fileURL_; }
+  bool loaded() const { return loaded_; }
 
  private:
   void save();
@@ -59,6 +65,9 @@ class MarkupSignatureStore {
   FileSystem& fs_;
   Executor& io_;
   Clock& clock_;
+  std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+  bool loaded_ = false;
+  bool saveWhenLoaded_ = false;
   std::string root_;
   std::string fileURL_;
   std::vector<MarkupSignature> signatures_;
@@ -66,12 +75,14 @@ class MarkupSignatureStore {
 
 class MarkupWatermarkStore {
  public:
+  MarkupWatermarkStore(const MarkupWatermarkStore&) = delete;
+  MarkupWatermarkStore& operator=(const MarkupWatermarkStore&) = delete;
   static constexpr char kIndexName[] = "Watermarks.json";
   static constexpr char kImagesFolder[] = "Watermarks";
   // The name of a stamp added without one.
   static constexpr char kDefaultName[] = "Watermark";
 
-  MarkupWatermarkStore(FileSystem& fs, ImageCodec& codec, Executor& io,
+  MarkupWatermarkStore(FileSystem& fs, ImageCodec& codec, Executor& io, Executor& owner,
                        const std::string& rootFolder, Clock& clock);
 
   const std::vector<MarkupWatermarkStamp>& stamps() const { return stamps_; }
@@ -89,6 +100,7 @@ class MarkupWatermarkStore {
   const std::string& indexURL() const { return indexURL_; }
   const std::string& imagesDir() const { return imagesDir_; }
   std::string imagePath(const UUID& id) const;
+  bool loaded() const { return loaded_; }
 
  private:
   void save();
@@ -97,6 +109,9 @@ class MarkupWatermarkStore {
   ImageCodec& codec_;
   Executor& io_;
   Clock& clock_;
+  std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+  bool loaded_ = false;
+  bool saveWhenLoaded_ = false;
   std::string root_;
   std::string indexURL_;
   std::string imagesDir_;
