@@ -11,6 +11,9 @@ packages=(
   libasio-dev libexpected-dev libcli11-dev libpcre2-dev libicu-dev
   libtesseract-dev tesseract-ocr tesseract-ocr-eng
   libcairo2-dev libpango1.0-dev fonts-dejavu-core
+  # the faces the text-recognition corpus draws in (Sans, Mono, Serif): without
+  # them fontconfig substitutes whatever is installed and the figures move
+  fonts-liberation2
   # faces, people, QR codes and tilt: OpenCV's object detection (core and
   # imgproc come with it) and the face models of opencv-data
   libopencv-objdetect-dev opencv-data
