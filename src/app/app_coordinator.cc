@@ -118,6 +118,12 @@ library::StorageService* AppCoordinator::storageIfReady() {
 void AppCoordinator::shutDown(std::function<void(Status saved)> done) {
   shuttingDown_ = true;
   if (watcher_) watcher_->stopAll();
+  // Files not yet begun are left where they are for the next start's sweep;
+  // only the copies under way are waited for.
+  if (pipeline_) {
+    pipeline_->dropWaiting(
+        ingestion::ImportError::fileSystem(Status::Unavailable("Klipora is stopping")));
+  }
   auto finish = [this, done = std::move(done)] {
     Status saved = saver_ ? saver_->flush() : Status::Ok();
     done(saved);

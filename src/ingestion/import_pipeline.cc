@@ -1,6 +1,7 @@
 #include "ingestion/import_pipeline.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "library/screenshot_item.h"
 #include "platform/log.h"
@@ -16,8 +17,9 @@ struct ImportPipeline::Job {
   std::optional<std::string> bundleID;
   std::optional<std::string> appName;
   Completion done;
-  std::string copyPath;  // the library copy, made while the source is read
-  std::string bytes;     // the file's bytes while it is small enough to keep
+  Executor* worker = nullptr;  // where its file work runs
+  std::string copyPath;        // the library copy, made while the source is read
+  std::string bytes;           // the file's bytes while it is small enough to keep
   bool inMemory = true;
   int64_t size = 0;
   std::optional<ImageProperties> properties;
@@ -46,11 +48,6 @@ ImportPipeline::ImportPipeline(library::StorageService& storage, library::ModelC
       mainLoop_(mainLoop),
       background_(background) {}
 
-Executor& ImportPipeline::workerFor(const Job& job) {
-  return job.source == library::ImportSourceType::automaticWatch && freshWorker_ ? *freshWorker_
-                                                                                 : background_;
-}
-
 void ImportPipeline::importScreenshot(const std::string& path, library::ImportSourceType source,
                                       std::optional<std::string> sourceAppBundleID,
                                       std::optional<std::string> sourceAppName, Completion done) {
@@ -72,32 +69,52 @@ void ImportPipeline::importScreenshot(const std::string& path, library::ImportSo
          false);
     return;
   }
-  // A screenshot just taken starts at once; the files of a bulk import go a
-  // few at a time, so that memory holds only the files being copied, not
-  // every file asked for.
-  if (job->source == library::ImportSourceType::automaticWatch || bulkActive_ < kBulkInFlight) {
-    start(job);
+  // Files go a few at a time per lane, so that memory holds only the files
+  // being copied, not every file asked for: a drop of thousands of
+  // screenshots into a watched folder queues like a bulk import. A single
+  // screenshot finds its lane empty and starts at once.
+  Lane& lane = laneOf(*job);
+  if (lane.active < kInFlightPerLane) {
+    start(std::move(job));
   } else {
-    bulkWaiting_.push_back(job);
+    lane.waiting.push_back(std::move(job));
   }
 }
 
+ImportPipeline::Lane& ImportPipeline::laneOf(const Job& job) {
+  return job.source == library::ImportSourceType::automaticWatch ? freshLane_ : bulkLane_;
+}
+
 void ImportPipeline::start(std::shared_ptr<Job> job) {
-  if (job->source != library::ImportSourceType::automaticWatch) {
-    ++bulkActive_;
-    // The next file starts before the caller hears of this one: the caller
-    // may end the import (and the pipeline with it) when it does.
-    job->done = [this, done = std::move(job->done)](ImportResult result) {
-      --bulkActive_;
-      if (!bulkWaiting_.empty() && bulkActive_ < kBulkInFlight) {
-        auto next = std::move(bulkWaiting_.front());
-        bulkWaiting_.pop_front();
-        start(std::move(next));
-      }
-      done(std::move(result));
-    };
+  Lane& lane = laneOf(*job);
+  // A screenshot just taken has the fresh worker to itself. That worker also
+  // reads the text of each screenshot imported, so the files of a drop go to
+  // the background threads instead, where they do not queue behind it.
+  job->worker =
+      lane.active == 0 && freshWorker_ && &lane == &freshLane_ ? freshWorker_ : &background_;
+  ++lane.active;
+  // The next file starts before the caller hears of this one: the caller
+  // may end the import (and the pipeline with it) when it does.
+  job->done = [this, &lane, done = std::move(job->done)](ImportResult result) {
+    finished(lane);
+    done(std::move(result));
+  };
+  job->worker->post([this, job] { copyAndHash(job); });
+}
+
+void ImportPipeline::dropWaiting(const ImportError& error) {
+  for (Lane* lane : {&freshLane_, &bulkLane_}) {
+    for (auto& job : std::exchange(lane->waiting, {})) fail(std::move(job), error, false);
   }
-  workerFor(*job).post([this, job] { copyAndHash(job); });
+}
+
+void ImportPipeline::finished(Lane& lane) {
+  --lane.active;
+  if (!lane.waiting.empty() && lane.active < kInFlightPerLane) {
+    auto next = std::move(lane.waiting.front());
+    lane.waiting.pop_front();
+    start(std::move(next));
+  }
 }
 
 namespace {
@@ -186,13 +203,13 @@ void ImportPipeline::discardCopy(Job& job) {
 
 void ImportPipeline::claimOnMain(std::shared_ptr<Job> job) {
   if (!claims_.claim(job->checksum)) {
-    workerFor(*job).post([this, job] {
+    job->worker->post([this, job] {
       discardCopy(*job);
       fail(job, ImportError::duplicateScreenshot(), false);
     });
     return;
   }
-  workerFor(*job).post([this, job] { makeItem(job); });
+  job->worker->post([this, job] { makeItem(job); });
 }
 
 void ImportPipeline::makeItem(std::shared_ptr<Job> job) {

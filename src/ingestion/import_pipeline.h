@@ -42,8 +42,9 @@ class ImportPipeline {
   // Deletes the source after import, for automatically detected screenshots
   // only (never for bulk or manual imports). Mirrors the setting.
   void setDeleteOriginalAfterImport(bool value) { deleteOriginalAfterImport_ = value; }
-  // Where the file work of screenshots just taken (automaticWatch) runs, so
-  // that they never wait behind a bulk import; null: with the rest.
+  // Where the file work of a screenshot just taken (automaticWatch) runs, so
+  // that it never waits behind a bulk import; null: with the rest. Several
+  // at once (a drop into a watched folder) go with the rest.
   void setFreshWorker(Executor* worker) { freshWorker_ = worker; }
   // Files up to this size are examined and thumbnailed from memory; larger
   // ones from their library copy, so memory stays bounded by this per file.
@@ -53,11 +54,18 @@ class ImportPipeline {
   void importScreenshot(const std::string& path, library::ImportSourceType source,
                         std::optional<std::string> sourceAppBundleID,
                         std::optional<std::string> sourceAppName, Completion done);
+  // Answers every import still waiting for its turn with `error` (on the
+  // main executor); the ones already reading or copying finish.
+  void dropWaiting(const ImportError& error);
 
  private:
   struct Job;
-  Executor& workerFor(const Job& job);
+  struct Lane {
+    int active = 0;
+    std::deque<std::shared_ptr<Job>> waiting;
+  };
   void start(std::shared_ptr<Job> job);
+  void finished(Lane& lane);
   void copyAndHash(std::shared_ptr<Job> job);
   void discardCopy(Job& job);
   void claimOnMain(std::shared_ptr<Job> job);
@@ -73,11 +81,12 @@ class ImportPipeline {
   Executor& mainLoop_;
   Executor& background_;
   Executor* freshWorker_ = nullptr;
-  // Bulk imports reading or copying now, and those waiting for their turn
-  // (main thread).
-  static constexpr int kBulkInFlight = 4;
-  int bulkActive_ = 0;
-  std::deque<std::shared_ptr<Job>> bulkWaiting_;
+  // Imports reading or copying now, and those waiting for their turn (main
+  // thread). Screenshots just taken and all other imports each have a lane
+  // of their own, so that neither waits behind the other.
+  static constexpr int kInFlightPerLane = 4;
+  Lane& laneOf(const Job& job);
+  Lane freshLane_, bulkLane_;
   bool deleteOriginalAfterImport_ = false;
   size_t inMemoryLimit_ = kInMemoryLimit;
 };

@@ -160,6 +160,62 @@ TEST_F(ImportPipelineTest, SameBytesTwiceGiveOneItemWhetherRacingOrLater) {
   EXPECT_TRUE(claims_.inFlight().empty());
 }
 
+TEST_F(ImportPipelineTest, ImportsGoAFewAtATimeInTwoLanesAndWaitingOnesCanBeDropped) {
+  // A drop of screenshots into a watched folder and a bulk import at once:
+  // each lane reads a few files at a time, and neither waits for the other.
+  std::vector<std::shared_ptr<std::optional<ImportResult>>> fresh, bulk;
+  for (int i = 0; i < 10; ++i) {
+    fresh.push_back(
+        start(addShot("f" + std::to_string(i) + ".png", FakeImageCodec::makeImage(100 + i, 10)),
+              ImportSourceType::automaticWatch));
+    bulk.push_back(
+        start(addShot("b" + std::to_string(i) + ".png", FakeImageCodec::makeImage(200 + i, 10)),
+              ImportSourceType::folderImport));
+  }
+  EXPECT_EQ(background_.pending(), 8u);
+  drain();
+  for (const auto& slot : fresh) EXPECT_TRUE(slot->value());
+  for (const auto& slot : bulk) EXPECT_TRUE(slot->value());
+  // A screenshot alone in its lane has the fresh worker to itself; the rest
+  // of a drop goes to the background threads.
+  testing::ManualExecutor freshWorker;
+  pipeline_.setFreshWorker(&freshWorker);
+  fresh.clear();
+  for (int i = 0; i < 3; ++i) {
+    fresh.push_back(
+        start(addShot("g" + std::to_string(i) + ".png", FakeImageCodec::makeImage(400 + i, 10)),
+              ImportSourceType::automaticWatch));
+  }
+  EXPECT_EQ(freshWorker.pending(), 1u);
+  EXPECT_EQ(background_.pending(), 2u);
+  while (freshWorker.runAll() + main_.runAll() + background_.runAll() > 0) {
+  }
+  for (const auto& slot : fresh) EXPECT_TRUE(slot->value());
+  pipeline_.setFreshWorker(nullptr);
+
+  // Stopping: what has not begun is answered and leaves nothing behind.
+  std::vector<std::shared_ptr<std::optional<ImportResult>>> late;
+  for (int i = 0; i < 6; ++i) {
+    late.push_back(
+        start(addShot("late" + std::to_string(i) + ".png", FakeImageCodec::makeImage(300 + i, 10)),
+              ImportSourceType::automaticWatch));
+  }
+  pipeline_.dropWaiting(ImportError::fileSystem(Status::Unavailable("stopping")));
+  drain();
+  int imported = 0;
+  for (const auto& slot : late) {
+    ASSERT_TRUE(slot->has_value());
+    if (slot->value()) {
+      ++imported;
+    } else {
+      EXPECT_EQ(slot->value().error().kind, ImportError::Case::fileSystem);
+    }
+  }
+  EXPECT_EQ(imported, 4);
+  EXPECT_EQ(originals().size(), 27u);
+  EXPECT_EQ(savedItems(), 27);
+}
+
 TEST_F(ImportPipelineTest, FileThatVanishesAfterTheCallLeavesNoClaim) {
   std::string path = addShot("a.png", FakeImageCodec::makeImage(10, 10));
   auto slot = start(path);
