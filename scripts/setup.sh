@@ -27,7 +27,8 @@ packages=(
   wordnet-base
   # the application a screenshot shows, asked of the X server
   libxcb1-dev
-  # the user coming back (unlock, wake from sleep), told by logind over D-Bus
+  # the user coming back (unlock, wake from sleep), told by logind over D-Bus,
+  # and the desktop settings some screenshot tools keep their folder in
   libglib2.0-dev
   # tests and benchmarks
   libgtest-dev libgmock-dev libbenchmark-dev libvips-tools sqlite3 coreutils openssl
@@ -35,6 +36,8 @@ packages=(
   scrot xvfb xauth
   # a private message bus on which the tests play logind
   dbus-daemon
+  # glib-compile-schemas, for the test that reads desktop settings
+  libglib2.0-bin
   # a chat in Chinese, drawn and read back, for the end-to-end test of CJK search
   tesseract-ocr-chi-sim fonts-wqy-microhei
   # fuzzing with libFuzzer and the sanitizers (make fuzz)

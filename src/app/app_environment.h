@@ -10,6 +10,7 @@
 #include "library/markup_edit_cleaner.h"
 #include "platform/active_application.h"
 #include "platform/clock.h"
+#include "platform/desktop_settings.h"
 #include "platform/file_system.h"
 #include "platform/folder_watch.h"
 #include "platform/image_codec.h"
@@ -65,6 +66,9 @@ struct AppEnvironment {
   // Null where the user's return (unlock, wake) is not watched; the sweeps
   // at start and every few minutes still run.
   SessionActivityWatch* sessionWatch = nullptr;
+  // Null where no desktop settings are read (where screenshot tools keep
+  // their save folder).
+  DesktopSettings* desktopSettings = nullptr;
   // Reads an environment variable (HOME and the screenshot tools' own);
   // null when unset.
   std::function<const char*(const char*)> getenv = nullptr;

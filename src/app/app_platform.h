@@ -14,6 +14,7 @@
 #include "platform/active_application.h"
 #include "platform/clock.h"
 #include "platform/control_channel.h"
+#include "platform/desktop_settings.h"
 #include "platform/file_system.h"
 #include "platform/folder_watch.h"
 #include "platform/image_codec.h"
@@ -63,6 +64,8 @@ struct AppPlatform {
   LanguageModelFactory makeLanguageModel = nullptr;
   // Nouns and adjectives of English; null: every word counts.
   Lexicon* lexicon = nullptr;
+  // The desktop's settings (GSettings); null: none are read.
+  DesktopSettings* desktopSettings = nullptr;
   // Reads an environment variable; null when unset.
   std::function<const char*(const char*)> getenv;
   int processID = 0;

@@ -56,7 +56,8 @@ class WatcherService final : public IngestionWatcherService {
     if (!settings || !rows || (*settings)->onboardingCompleted || !rows->empty()) return;
     const char* home = env_.getenv ? env_.getenv("HOME") : nullptr;
     if (!home || !*home) return;
-    auto paths = ingestion::findScreenshotFolders(env_.fileSystem, home, env_.getenv);
+    auto paths =
+        ingestion::findScreenshotFolders(env_.fileSystem, home, env_.getenv, env_.desktopSettings);
     const Date now = env_.clock.now();
     int index = 0;
     for (const std::string& path : paths) {

@@ -12,6 +12,7 @@
 #include "cli/cli_session.h"
 #include "cli/command_registry.h"
 #include "platform/linux/desktop_active_application.h"
+#include "platform/linux/gio_desktop_settings.h"
 #include "platform/linux/http_language_model.h"
 #include "platform/linux/inotify_folder_watch.h"
 #include "platform/linux/linux_platform.h"
@@ -33,6 +34,7 @@ int main(int argc, char** argv) {
 
   LinuxPlatform linux;
   WordNetLexicon lexicon;
+  GioDesktopSettings desktopSettings;
   SystemdServiceManager serviceManager([](const char* name) { return std::getenv(name); });
   std::error_code noPath;
   const std::string executable = std::filesystem::read_symlink("/proc/self/exe", noPath).string();
@@ -80,6 +82,7 @@ int main(int argc, char** argv) {
         return std::make_unique<HttpLanguageModel>(std::move(endpoint));
       },
       .lexicon = &lexicon,
+      .desktopSettings = &desktopSettings,
       .getenv = [](const char* name) -> const char* { return std::getenv(name); },
       .processID = static_cast<int>(::getpid()),
       .serviceManager = &serviceManager,

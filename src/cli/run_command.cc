@@ -103,6 +103,7 @@ int RunDaemon(CliSession& session, bool quiet, bool login) {
       .folderWatch = folderWatch.get(),
       .activeApplication = activeApplication.get(),
       .sessionWatch = sessionWatch.get(),
+      .desktopSettings = platform.desktopSettings,
       .getenv = platform.getenv,
       .supportFolder = paths.supportFolder,
       .defaultLibraryRoot = paths.defaultLibraryRoot,

@@ -20,11 +20,32 @@ std::string Unquote(std::string s) {
   return s;
 }
 
+int HexDigit(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  return -1;
+}
+
+// The path of a file URI: "%20" and the like become the bytes they stand for.
+std::string PercentDecoded(const std::string& s) {
+  std::string out;
+  for (size_t i = 0; i < s.size(); ++i) {
+    if (s[i] == '%' && i + 2 < s.size() && HexDigit(s[i + 1]) >= 0 && HexDigit(s[i + 2]) >= 0) {
+      out += static_cast<char>(HexDigit(s[i + 1]) * 16 + HexDigit(s[i + 2]));
+      i += 2;
+    } else {
+      out += s[i];
+    }
+  }
+  return out;
+}
+
 // "$HOME/x", "${HOME}/x", "~/x" and "file:///x" as plain absolute paths;
 // anything else relative is left out.
 std::string Expand(std::string value, const std::string& home) {
   value = Unquote(Trim(std::move(value)));
-  if (value.starts_with("file://")) value.erase(0, 7);
+  if (value.starts_with("file://")) value = PercentDecoded(value.substr(7));
   for (const char* prefix : {"$HOME", "${HOME}", "~"}) {
     const std::string p(prefix);
     if (value == p || value.starts_with(p + "/")) value = home + value.substr(p.size());
@@ -69,8 +90,8 @@ std::string XfceProperty(FileSystem& fs, const std::string& path, const std::str
 }  // namespace
 
 std::vector<std::string> findScreenshotFolders(
-    FileSystem& fs, const std::string& home,
-    const std::function<const char*(const char*)>& getenv) {
+    FileSystem& fs, const std::string& home, const std::function<const char*(const char*)>& getenv,
+    DesktopSettings* settings) {
   std::vector<std::string> folders;
   auto add = [&](const std::string& raw) {
     std::string path = Expand(raw, home);
@@ -95,6 +116,10 @@ std::vector<std::string> findScreenshotFolders(
   add(home + "/Screenshots");
   add(IniValue(fs, config + "/spectaclerc", "ImageSave", "imageSaveLocation"));
   add(IniValue(fs, config + "/flameshot/flameshot.ini", "General", "savePath"));
+  if (settings) {
+    // Empty (the default) means the pictures folder, already in the list.
+    add(settings->text("org.gnome.gnome-screenshot", "auto-save-directory").value_or(""));
+  }
   add(XfceProperty(fs, config + "/xfce4/xfconf/xfce-perchannel-xml/xfce4-screenshooter.xml",
                    "screenshot_dir"));
   add(env("GRIM_DEFAULT_DIR"));
