@@ -66,7 +66,8 @@ int main(int argc, char** argv) {
             [](const char* name) -> const char* { return std::getenv(name); });
       },
       .makeSessionWatch = [&linux]() -> std::unique_ptr<SessionActivityWatch> {
-        return std::make_unique<LogindSessionWatch>(linux.mainLoop);
+        const char* session = std::getenv("XDG_SESSION_ID");
+        return std::make_unique<LogindSessionWatch>(linux.mainLoop, "", session ? session : "");
       },
       .makeFileLogSink = [](const std::string& logPath,
                             const std::string& classifyPath) -> std::shared_ptr<log::LogSink> {

@@ -1,6 +1,9 @@
 #include "platform/linux/logind_session_watch.h"
 
 #include <gio/gio.h>
+#include <unistd.h>
+
+#include "platform/log.h"
 
 namespace klipora {
 namespace {
@@ -17,13 +20,59 @@ std::string Consume(GError* error) {
   return message;
 }
 
+// The object path logind answers `method` of its manager with; empty when
+// it answers with an error (no such session, a process in no session).
+std::string AskForPath(GDBusConnection* connection, const char* method, GVariant* arguments) {
+  GError* error = nullptr;
+  GVariant* reply = g_dbus_connection_call_sync(
+      connection, kLogind, kManagerPath, kManagerInterface, method, arguments,
+      G_VARIANT_TYPE("(o)"), G_DBUS_CALL_FLAGS_NONE, kBusCallTimeoutMs, nullptr, &error);
+  if (!reply) {
+    g_clear_error(&error);
+    return {};
+  }
+  const gchar* path = nullptr;
+  g_variant_get(reply, "(&o)", &path);
+  std::string out = path;
+  g_variant_unref(reply);
+  return out;
+}
+
 }  // namespace
 
 struct LogindSessionWatch::Listener {
+  Listener(Executor& loop, std::function<void(SessionReturn)> onReturn)
+      : mainLoop(loop), returned(std::move(onReturn)) {}
+
   Executor& mainLoop;
   std::function<void(SessionReturn)> returned;
   // Shared with posted calls, so a stop() wins over posts in flight.
   std::shared_ptr<std::atomic<bool>> active = std::make_shared<std::atomic<bool>>(true);
+  GDBusConnection* connection = nullptr;
+  std::string ownSession;  // the object path of the process's own session
+  std::string user;        // else the user's, whose display session counts
+
+  // Whether a signal of the session at `path` is about this desktop's user.
+  bool counts(const gchar* path) const {
+    if (!ownSession.empty()) return ownSession == path;
+    if (user.empty()) return false;
+    GVariant* reply = g_dbus_connection_call_sync(
+        connection, kLogind, user.c_str(), "org.freedesktop.DBus.Properties", "Get",
+        g_variant_new("(ss)", "org.freedesktop.login1.User", "Display"), G_VARIANT_TYPE("(v)"),
+        G_DBUS_CALL_FLAGS_NONE, kBusCallTimeoutMs, nullptr, nullptr);
+    if (!reply) return false;
+    GVariant* display = nullptr;
+    g_variant_get(reply, "(v)", &display);
+    bool same = false;
+    if (g_variant_is_of_type(display, G_VARIANT_TYPE("(so)"))) {
+      const gchar* displayPath = nullptr;
+      g_variant_get(display, "(&s&o)", nullptr, &displayPath);
+      same = g_strcmp0(displayPath, path) == 0;
+    }
+    g_variant_unref(display);
+    g_variant_unref(reply);
+    return same;
+  }
 
   void report(SessionReturn what) {
     mainLoop.post([active = active, returned = returned, what] {
@@ -32,12 +81,12 @@ struct LogindSessionWatch::Listener {
   }
 
   // Runs on the bus thread, for every signal subscribed to.
-  static void OnSignal(GDBusConnection*, const gchar*, const gchar*, const gchar* interface,
+  static void OnSignal(GDBusConnection*, const gchar*, const gchar* path, const gchar* interface,
                        const gchar* signal, GVariant* parameters, gpointer data) {
     auto* self = static_cast<Listener*>(data);
     const std::string name = signal;
     if (name == "Unlock") {
-      self->report(SessionReturn::unlocked);
+      if (self->counts(path)) self->report(SessionReturn::unlocked);
     } else if (name == "PrepareForSleep") {
       gboolean goingToSleep = TRUE;
       if (g_variant_is_of_type(parameters, G_VARIANT_TYPE("(b)"))) {
@@ -52,7 +101,7 @@ struct LogindSessionWatch::Listener {
       g_variant_get(parameters, "(&s@a{sv}@as)", &changedInterface, &changed, nullptr);
       gboolean locked = TRUE;
       if (g_strcmp0(changedInterface, kSessionInterface) == 0 &&
-          g_variant_lookup(changed, "LockedHint", "b", &locked) && !locked) {
+          g_variant_lookup(changed, "LockedHint", "b", &locked) && !locked && self->counts(path)) {
         self->report(SessionReturn::unlocked);
       }
       g_variant_unref(changed);
@@ -60,8 +109,9 @@ struct LogindSessionWatch::Listener {
   }
 };
 
-LogindSessionWatch::LogindSessionWatch(Executor& mainLoop, std::string busAddress)
-    : mainLoop_(mainLoop), busAddress_(std::move(busAddress)) {}
+LogindSessionWatch::LogindSessionWatch(Executor& mainLoop, std::string busAddress,
+                                       std::string sessionID)
+    : mainLoop_(mainLoop), busAddress_(std::move(busAddress)), sessionID_(std::move(sessionID)) {}
 
 LogindSessionWatch::~LogindSessionWatch() { stop(); }
 
@@ -87,7 +137,18 @@ Status LogindSessionWatch::start(std::function<void(SessionReturn)> returned) {
 
   // Callbacks of subscriptions made with a thread-default context run in
   // that context, which the watch's thread alone iterates.
-  listener_ = std::make_unique<Listener>(Listener{mainLoop_, std::move(returned)});
+  listener_ = std::make_unique<Listener>(mainLoop_, std::move(returned));
+  listener_->connection = connection_;
+  listener_->ownSession =
+      sessionID_.empty()
+          ? AskForPath(connection_, "GetSessionByPID",
+                       g_variant_new("(u)", static_cast<guint32>(::getpid())))
+          : AskForPath(connection_, "GetSession", g_variant_new("(s)", sessionID_.c_str()));
+  if (listener_->ownSession.empty()) {
+    listener_->user =
+        AskForPath(connection_, "GetUser", g_variant_new("(u)", static_cast<guint32>(::getuid())));
+  }
+  const char* sessionPath = listener_->ownSession.empty() ? nullptr : listener_->ownSession.c_str();
   context_ = g_main_context_new();
   g_main_context_push_thread_default(context_);
   auto subscribe = [this](const char* interface, const char* member, const char* path,
@@ -96,8 +157,8 @@ Status LogindSessionWatch::start(std::function<void(SessionReturn)> returned) {
         connection_, kLogind, interface, member, path, arg0, G_DBUS_SIGNAL_FLAGS_NONE,
         &Listener::OnSignal, listener_.get(), nullptr));
   };
-  subscribe(kSessionInterface, "Unlock", nullptr, nullptr);
-  subscribe("org.freedesktop.DBus.Properties", "PropertiesChanged", nullptr, kSessionInterface);
+  subscribe(kSessionInterface, "Unlock", sessionPath, nullptr);
+  subscribe("org.freedesktop.DBus.Properties", "PropertiesChanged", sessionPath, kSessionInterface);
   subscribe(kManagerInterface, "PrepareForSleep", kManagerPath, nullptr);
   g_main_context_pop_thread_default(context_);
 
@@ -105,8 +166,8 @@ Status LogindSessionWatch::start(std::function<void(SessionReturn)> returned) {
   // question, it holds the subscriptions sent before it.
   GVariant* reply = g_dbus_connection_call_sync(
       connection_, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
-      "NameHasOwner", g_variant_new("(s)", kLogind), G_VARIANT_TYPE("(b)"),
-      G_DBUS_CALL_FLAGS_NONE, kBusCallTimeoutMs, nullptr, &error);
+      "NameHasOwner", g_variant_new("(s)", kLogind), G_VARIANT_TYPE("(b)"), G_DBUS_CALL_FLAGS_NONE,
+      kBusCallTimeoutMs, nullptr, &error);
   if (!reply) {
     Status s = Status::Unavailable("the bus at " + address + " does not answer: " + Consume(error));
     stop();
@@ -120,6 +181,14 @@ Status LogindSessionWatch::start(std::function<void(SessionReturn)> returned) {
     return Status::Unavailable("logind is not running on the bus at " + address);
   }
 
+  if (sessionPath) {
+    log::info("Session", "watching session %s for the user's return", sessionPath);
+  } else if (!listener_->user.empty()) {
+    log::info("Session", "in no session of its own; watching the display session of %s",
+              listener_->user.c_str());
+  } else {
+    log::info("Session", "logind knows no session of this user; only waking from sleep counts");
+  }
   stopping_ = std::make_shared<std::atomic<bool>>(false);
   thread_ = std::thread([context = context_, stopping = stopping_] {
     g_main_context_push_thread_default(context);

@@ -3,9 +3,14 @@
 // is back: a session's LockedHint turning false (what a desktop's lock
 // screen sets when it lets the user in), a session's Unlock signal
 // (`loginctl unlock-session`), and PrepareForSleep(false) when the machine
-// wakes. Sessions of every user count: a daemon started by the user's
-// service manager belongs to no session of its own, and a return of someone
-// else costs one sweep at most.
+// wakes.
+//
+// Only the daemon's own session counts: the one XDG_SESSION_ID names, else
+// the one logind places the process in. A daemon started by the user's
+// service manager belongs to no session; it follows the user's display
+// session, asked of logind at each signal so that a new login is followed.
+// Other users' sessions, and this user's other sessions (a text console, a
+// remote login), do not bring the user back to this desktop.
 //
 // A thread of its own runs the GLib main context of its bus connection and
 // posts each return to the main loop.
@@ -30,8 +35,9 @@ namespace klipora {
 class LogindSessionWatch final : public SessionActivityWatch {
  public:
   // `busAddress` empty: the system bus ($DBUS_SYSTEM_BUS_ADDRESS, else the
-  // standard socket).
-  explicit LogindSessionWatch(Executor& mainLoop, std::string busAddress = {});
+  // standard socket). `sessionID`: the process's XDG_SESSION_ID, empty when
+  // it has none.
+  LogindSessionWatch(Executor& mainLoop, std::string busAddress, std::string sessionID);
   ~LogindSessionWatch() override;
 
   // Fails (Unavailable) without a reachable bus, or when logind is not on it.
@@ -43,6 +49,7 @@ class LogindSessionWatch final : public SessionActivityWatch {
  private:
   Executor& mainLoop_;
   const std::string busAddress_;
+  const std::string sessionID_;
   GDBusConnection* connection_ = nullptr;
   GMainContext* context_ = nullptr;
   std::vector<unsigned> subscriptions_;
