@@ -17,9 +17,10 @@ struct ImportPipeline::Job {
   std::optional<std::string> bundleID;
   std::optional<std::string> appName;
   Completion done;
-  Executor* worker = nullptr;  // where its file work runs
-  std::string copyPath;        // the library copy, made while the source is read
-  std::string bytes;           // the file's bytes while it is small enough to keep
+  Executor* worker = nullptr;            // where its file work runs
+  std::optional<UUID> copyName, itemID;  // noted in the store; absent if that failed
+  std::string copyPath;  // the library copy, made while the source is read
+  std::string bytes;     // the file's bytes while it is small enough to keep
   bool inMemory = true;
   int64_t size = 0;
   std::optional<ImageProperties> properties;
@@ -46,7 +47,8 @@ ImportPipeline::ImportPipeline(library::StorageService& storage, library::ModelC
       claims_(claims),
       clock_(clock),
       mainLoop_(mainLoop),
-      background_(background) {}
+      background_(background),
+      copiesInFlight_(context.database(), clock) {}
 
 void ImportPipeline::importScreenshot(const std::string& path, library::ImportSourceType source,
                                       std::optional<std::string> sourceAppBundleID,
@@ -86,6 +88,8 @@ ImportPipeline::Lane& ImportPipeline::laneOf(const Job& job) {
 }
 
 void ImportPipeline::start(std::shared_ptr<Job> job) {
+  job->copyName = copiesInFlight_.take();
+  job->itemID = copiesInFlight_.take();
   Lane& lane = laneOf(*job);
   // A screenshot just taken has the fresh worker to itself. That worker also
   // reads the text of each screenshot imported, so the files of a drop go to
@@ -138,7 +142,8 @@ std::string ImageCause(const Status& error) {
 
 void ImportPipeline::copyAndHash(std::shared_ptr<Job> job) {
   FileSystem& fs = storage_.fileSystem();
-  job->copyPath = storage_.newLibraryCopyPath(job->path);
+  job->copyPath = job->copyName ? storage_.libraryCopyPath(*job->copyName, job->path)
+                                : storage_.newLibraryCopyPath(job->path);
   // One read of the source: each chunk is hashed, kept while the file is
   // small enough to examine in memory, and written to the library copy.
   Sha256 hash;
@@ -214,6 +219,7 @@ void ImportPipeline::claimOnMain(std::shared_ptr<Job> job) {
 
 void ImportPipeline::makeItem(std::shared_ptr<Job> job) {
   auto item = std::make_shared<ScreenshotItem>();
+  if (job->itemID) item->id = *job->itemID;
   item->originalFilename = lastPathComponent(job->path);
   item->importedFilename = lastPathComponent(job->copyPath);
   item->sourcePath = job->path;

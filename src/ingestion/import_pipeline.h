@@ -8,7 +8,9 @@
 // examined from its copy. Only regular files are read (a named pipe or a
 // device is refused, never waited on). The record is inserted only after the
 // copy exists, and saved with the next batched save; a failure, a duplicate
-// included, removes the copy and leaves no record. Files that are not images
+// included, removes the copy and leaves no record. The names of the copy and
+// the thumbnail are noted in the store before either is written, so that
+// what a killed process leaves behind is known for its own (copies_in_flight.h). Files that are not images
 // by their bytes are refused as unreadable. Every error carries its cause.
 //
 // Thread rules: call importScreenshot on the main thread. File work runs on
@@ -23,6 +25,7 @@
 
 #include "ingestion/import_checksum_claims.h"
 #include "ingestion/import_error.h"
+#include "library/copies_in_flight.h"
 #include "library/enums.h"
 #include "library/model_context.h"
 #include "library/storage_service.h"
@@ -89,6 +92,7 @@ class ImportPipeline {
   Lane freshLane_, bulkLane_;
   bool deleteOriginalAfterImport_ = false;
   size_t inMemoryLimit_ = kInMemoryLimit;
+  library::CopiesInFlight copiesInFlight_;
 };
 
 // Lower-cased extension of a path, for the type check.

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <set>
+
 #include "library/model_container.h"
 #include "library/screenshot_item.h"
 #include "platform/sha256.h"
@@ -107,8 +109,21 @@ TEST_F(ImportPipelineTest, ImportedItemCarriesTheFileFactsAndWaitsForTheBatchedS
   EXPECT_TRUE(memory_.exists(path));  // the original stays unless asked otherwise
   EXPECT_TRUE(claims_.inFlight().empty());
   EXPECT_EQ(saver_.dirtyCount(), 1);
+  // The copy's and the thumbnail's names were noted before they were
+  // written, and saving the record clears them.
+  auto noted = [&] {
+    std::set<std::string> names;
+    auto rows = library::notedCopies(context().database());
+    EXPECT_TRUE(rows) << rows.error().message();
+    for (const auto& n : rows.value_or(std::vector<library::NotedCopy>{})) names.insert(n.name);
+    return names;
+  };
+  EXPECT_TRUE(noted().count(item.id.uuidString()));
+  EXPECT_TRUE(noted().count(item.importedFilename.substr(0, 36)));
   clock_.advance(0.6);
   EXPECT_EQ(*context().fetchCount<ScreenshotItem>(), 1);
+  EXPECT_FALSE(noted().count(item.id.uuidString()));
+  EXPECT_FALSE(noted().count(item.importedFilename.substr(0, 36)));
 }
 
 TEST_F(ImportPipelineTest, RefusalsTouchNothing) {

@@ -5,6 +5,7 @@
 #include <set>
 
 #include "library/app_settings.h"
+#include "library/copies_in_flight.h"
 #include "library/records.h"
 #include "library/screenshot_item.h"
 #include "library/search_index.h"
@@ -58,7 +59,8 @@ Status EnsureAllTables(Database& db) {
   RETURN_IF_ERROR(EnsureTable<WatchedFolder>(db));
   RETURN_IF_ERROR(EnsureTable<ShareRecord>(db));
   RETURN_IF_ERROR(EnsureTable<SharedItemRecord>(db));
-  return EnsureTable<DeletedOriginal>(db);
+  RETURN_IF_ERROR(EnsureTable<DeletedOriginal>(db));
+  return ensureCopiesInFlightTable(db);
 }
 
 // One step of the migration plan: brings a store from `from` to `to`.

@@ -12,7 +12,9 @@
 //
 // A folder where the records name almost nothing although it holds many
 // files is another library's, or its store was replaced: nothing is removed
-// there, and the sweep logs why.
+// there but the files whose names an unfinished import of this store noted
+// (copies_in_flight.h), and the sweep logs why. The sweep also forgets the
+// noted names it is done with.
 //
 // Thread rules: call on the thread that owns `context` (the main thread).
 #pragma once
@@ -29,7 +31,7 @@ struct OrphanSweepCounts {
   int examined = 0;  // files in the two folders
   int removed = 0;
   int tooRecent = 0;  // unnamed, but young enough to be an import in flight
-  bool refused = false;  // the folder does not look like this store's
+  bool refused = false;  // the folder does not look like this store's (see above)
 };
 
 // Removes the unnamed files of "Originals" and "Thumbnails" older than

@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <set>
+
+#include "library/copies_in_flight.h"
 #include "library/model_container.h"
 #include "library/screenshot_item.h"
 #include "platform/testing/fake_image_codec.h"
@@ -79,6 +82,51 @@ TEST_F(OrphanFilesTest, AFolderThatIsNotThisLibrarysIsLeftAlone) {
   EXPECT_EQ(counts->removed, 0);
   EXPECT_EQ(fs_.filesUnder(storage_.originalsFolder()).size(), 60u);
   EXPECT_TRUE(log_.contains("may belong to another library"));
+}
+
+// A fresh library whose first import was killed: every file is unnamed, as in
+// another library's folder, but the import noted its names first.
+TEST_F(OrphanFilesTest, CopiesOfAnUnfinishedImportGoEvenWhereTheyAreMostOfTheFolder) {
+  CopiesInFlight copies(context().database(), clock_);
+  std::vector<std::string> ours;
+  for (int i = 0; i < 60; ++i) {
+    std::string copy = copies.take()->uuidString(), thumb = copies.take()->uuidString();
+    ours.push_back(addFile(storage_.originalsFolder(), copy + ".png", 3600));
+    ours.push_back(addFile(storage_.thumbnailsFolder(), thumb + ".jpg", 3600));
+  }
+  // One import that finished: saving its record clears its names.
+  UUID copyName = *copies.take(), itemID = *copies.take();
+  auto item = std::make_shared<ScreenshotItem>();
+  item->id = itemID;
+  item->importedFilename = copyName.uuidString() + ".png";
+  item->libraryPath = addFile(storage_.originalsFolder(), item->importedFilename, 3600);
+  context().insert(item);
+  ASSERT_TRUE(context().save().ok());
+  UUID unused = *copies.take();  // noted, never written
+  for (int i = 0; i < 130; ++i) {
+    addFile(storage_.originalsFolder(), std::to_string(i) + ".png", 1e5);
+  }
+
+  auto counts = sweepOrphanFiles(context(), storage_, clock_);
+  ASSERT_TRUE(counts);
+  EXPECT_TRUE(counts->refused);  // the 130 strangers stay
+  EXPECT_EQ(counts->removed, 120);
+  for (const auto& path : ours) EXPECT_FALSE(fs_.exists(path)) << path;
+  EXPECT_TRUE(fs_.exists(item->libraryPath));
+  auto noted = [&] {
+    std::set<std::string> names;
+    auto rows = notedCopies(context().database());
+    EXPECT_TRUE(rows) << rows.error().message();
+    for (const auto& n : rows.value_or(std::vector<NotedCopy>{})) names.insert(n.name);
+    return names;
+  };
+  EXPECT_EQ(noted().count(itemID.uuidString()) + noted().count(copyName.uuidString()), 0u);
+  // A name with no file yet may be about to be used; once old, it is forgotten.
+  EXPECT_EQ(noted().size(), static_cast<size_t>(CopiesInFlight::kBatch * 8 - 122));
+  EXPECT_TRUE(noted().count(unused.uuidString()));
+  clock_.advance(kOrphanMinimumAge);
+  ASSERT_TRUE(sweepOrphanFiles(context(), storage_, clock_));
+  EXPECT_TRUE(noted().empty());
 }
 
 }  // namespace

@@ -29,8 +29,12 @@ Status StorageService::createLibraryStructure() {
 }
 
 std::string StorageService::newLibraryCopyPath(const std::string& source) const {
+  return libraryCopyPath(UUID::Random(), source);
+}
+
+std::string StorageService::libraryCopyPath(const UUID& uuid, const std::string& source) const {
   std::string extension = pathExtension(source);
-  std::string name = UUID::Random().uuidString();
+  std::string name = uuid.uuidString();
   if (!extension.empty()) name += "." + extension;
   return joinPath(originalsFolder(), name);
 }

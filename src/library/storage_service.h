@@ -49,6 +49,8 @@ class StorageService {
   // A new path in "Originals" for a copy of `source`: an upper-case UUID name
   // keeping the source's extension (the bare UUID when it has none).
   std::string newLibraryCopyPath(const std::string& source) const;
+  // The same under a name chosen beforehand.
+  std::string libraryCopyPath(const UUID& name, const std::string& source) const;
   // Writes `bytes` (the content of `source`) into "Originals" under a new
   // upper-case UUID name keeping the source's extension, and returns the new
   // path. Fails with the file system's error and leaves no partial file.
