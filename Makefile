@@ -44,16 +44,20 @@ deb-test: deb
 gallery: build
 	@$(BUILD_DIR)/tools/markup_gallery tests/data/markup/gallery $(BUILD_DIR)/gallery
 
-# Kill trials of `klipora import` on a sanitizer build (tests/crash/crash_trials.cc).
-# Leak reports are off: libvips, GLib and Tesseract keep their caches until exit.
+# Kill trials of `klipora import` and of the daemon on a sanitizer build
+# (tests/crash/crash_trials.cc): TRIALS of the import, DAEMON_TRIALS of the
+# daemon while it imports and processes. Leak reports are off: libvips, GLib
+# and Tesseract keep their caches until exit.
 CRASH_DIR ?= build-crash
 TRIALS ?= 200
+DAEMON_TRIALS ?= 40
 crash: setup
 	@cmake -S . -B $(CRASH_DIR) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DKLIPORA_SANITIZE=ON \
 	  -DKLIPORA_BUILD_BENCHMARKS=OFF $(CMAKE_FLAGS) >/dev/null
 	@cmake --build $(CRASH_DIR) -j $(JOBS) --target klipora klipora_crash_trials
 	@ASAN_OPTIONS=detect_leaks=0 UBSAN_OPTIONS=print_stacktrace=1 \
-	  $(CRASH_DIR)/tests/crash/klipora_crash_trials --klipora $(CRASH_DIR)/klipora --trials $(TRIALS)
+	  $(CRASH_DIR)/tests/crash/klipora_crash_trials --klipora $(CRASH_DIR)/klipora --trials $(TRIALS) \
+	  --daemon-trials $(DAEMON_TRIALS)
 
 # libFuzzer on every *_fuzzer target, with AddressSanitizer and
 # UndefinedBehaviorSanitizer, built by clang in build-fuzz/; FUZZ_SECONDS per

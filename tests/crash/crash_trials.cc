@@ -1,319 +1,298 @@
-// klipora_crash_trials: kills `klipora import` with SIGKILL at random moments
-// and checks what the next run finds. Each trial imports a generated folder of
-// screenshots into a fresh library, kills the command somewhere between its
-// start and its end, then runs the same import again to its end and checks:
-//   - the killed run's printed ids are all in the store (printed = saved);
-//   - every source file is in exactly one item (none lost, none duplicated);
-//   - every record's copy exists, PRAGMA integrity_check is ok;
+// klipora_crash_trials: kills klipora with SIGKILL at random moments and
+// checks what the next run finds. Each trial starts from a fresh library.
+//
+// An import trial kills `klipora import` of a generated folder of screenshots
+// somewhere between its start and its end, then runs the same import again to
+// its end. A daemon trial starts `klipora run`, asks it to import (fewer
+// files, so that it also gets to process them) and kills the daemon anywhere
+// in the import or the processing; then it starts the daemon again, imports
+// the same files and waits until every item is processed, and stops the
+// daemon with SIGTERM. After each trial (see crash_library_check.h):
+//   - what the killed run printed as imported is in the store;
+//   - every source file is in exactly one item; every record has its copy;
+//     PRAGMA integrity_check is ok;
 //   - no file in Originals/ or Thumbnails/ that no record names (the next
-//     start's sweep removed it; the files are aged first, as if that start
-//     came a while later);
-//   - the second run exits 0, by itself, without a sanitizer report.
-// Prints one line per bad trial and the totals; exits 1 when any is non-zero.
+//     start's sweep removed it; files are aged first, as if that start came a
+//     while later);
+//   - the runs after the kill end by themselves, exit 0 and print no
+//     sanitizer report; after a daemon trial no item is left unprocessed.
+// Prints one block per bad trial and the totals; exits 1 when any is non-zero.
 //
 //   klipora_crash_trials --klipora build-crash/klipora [--trials 200] [--files 300]
-//                        [--work DIR] [--seed N]
-#include <fcntl.h>
-#include <signal.h>
-#include <sqlite3.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <chrono>
-#include <cstdio>
+//                        [--daemon-trials 40] [--daemon-files 40] [--work DIR] [--seed N]
 #include <cstdlib>
+#include <cstdio>
+#include <optional>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
-#include <map>
 #include <random>
-#include <set>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "crash_library_check.h"
+#include "crash_processes.h"
 #include "platform/linux/testing/test_images.h"
 #include "platform/sha256.h"
 
+namespace klipora::crash {
 namespace {
 
 namespace fs = std::filesystem;
-using Clock = std::chrono::steady_clock;
 
 struct Options {
   std::string klipora;
   std::string work = "/tmp/klipora-crash";
-  int trials = 200;
-  int files = 300;
+  int trials = 200, files = 300;
+  int daemonTrials = 40, daemonFiles = 40;
   unsigned seed = 0;
-};
-
-struct Run {
-  int status = 0;  // as waitpid gives it
-  bool killed = false;
-  bool timedOut = false;
-  std::string out, err;
-};
-
-std::string ReadAll(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::stringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
-
-// Starts `klipora --home HOME import FILES…`; returns its pid.
-pid_t Spawn(const Options& o, const std::string& home, const std::vector<std::string>& files,
-            const std::string& outPath, const std::string& errPath) {
-  pid_t pid = ::fork();
-  if (pid != 0) return pid;
-  FILE* out = std::freopen(outPath.c_str(), "w", stdout);
-  FILE* err = std::freopen(errPath.c_str(), "w", stderr);
-  if (!out || !err) ::_exit(127);
-  std::vector<const char*> argv = {o.klipora.c_str(), "--home", home.c_str(), "import"};
-  for (const auto& f : files) argv.push_back(f.c_str());
-  argv.push_back(nullptr);
-  ::execv(o.klipora.c_str(), const_cast<char* const*>(argv.data()));
-  ::_exit(127);
-}
-
-// Waits for `pid`, killing it with SIGKILL after `killAfter` seconds (never
-// when negative) and giving up after `timeout` seconds.
-Run Finish(pid_t pid, double killAfter, double timeout, const std::string& outPath,
-           const std::string& errPath) {
-  Run run;
-  const auto start = Clock::now();
-  while (true) {
-    int status = 0;
-    if (::waitpid(pid, &status, WNOHANG) == pid) {
-      run.status = status;
-      break;
-    }
-    double elapsed = std::chrono::duration<double>(Clock::now() - start).count();
-    if ((killAfter >= 0 && elapsed >= killAfter) || elapsed >= timeout) {
-      run.timedOut = !(killAfter >= 0 && elapsed >= killAfter);
-      run.killed = true;
-      ::kill(pid, SIGKILL);
-      ::waitpid(pid, &status, 0);
-      run.status = status;
-      break;
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(2));
-  }
-  run.out = ReadAll(outPath);
-  run.err = ReadAll(errPath);
-  return run;
-}
-
-bool SanitizerReport(const std::string& err) {
-  return err.find("ERROR: AddressSanitizer") != std::string::npos ||
-         err.find("runtime error:") != std::string::npos ||
-         err.find("ERROR: LeakSanitizer") != std::string::npos;
-}
-
-// Makes every file under `folder` look `seconds` older.
-void Age(const std::string& folder, int seconds) {
-  std::error_code ignored;
-  for (const auto& e : fs::directory_iterator(folder, ignored)) {
-    struct stat st;
-    if (::stat(e.path().c_str(), &st) != 0) continue;
-    struct timespec times[2] = {{st.st_atime - seconds, 0}, {st.st_mtime - seconds, 0}};
-    ::utimensat(AT_FDCWD, e.path().c_str(), times, 0);
-  }
-}
-
-struct Row {
-  std::string id, checksum, libraryPath, thumbnailPath;
-};
-
-struct StoreView {
-  bool opened = false;
-  std::string integrity;
-  std::vector<Row> rows;
-};
-
-StoreView ReadStore(const std::string& storePath) {
-  StoreView view;
-  sqlite3* db = nullptr;
-  if (sqlite3_open_v2(storePath.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK) {
-    sqlite3_close(db);
-    return view;
-  }
-  view.opened = true;
-  auto text = [](sqlite3_stmt* s, int c) {
-    const unsigned char* t = sqlite3_column_text(s, c);
-    return t ? std::string(reinterpret_cast<const char*>(t)) : std::string();
-  };
-  sqlite3_stmt* s = nullptr;
-  if (sqlite3_prepare_v2(db, "PRAGMA integrity_check", -1, &s, nullptr) == SQLITE_OK &&
-      sqlite3_step(s) == SQLITE_ROW) {
-    view.integrity = text(s, 0);
-  }
-  sqlite3_finalize(s);
-  if (sqlite3_prepare_v2(db,
-                         "SELECT id, checksum, libraryPath, thumbnailPath FROM ScreenshotItem", -1,
-                         &s, nullptr) == SQLITE_OK) {
-    while (sqlite3_step(s) == SQLITE_ROW) {
-      view.rows.push_back({text(s, 0), text(s, 1), text(s, 2), text(s, 3)});
-    }
-  }
-  sqlite3_finalize(s);
-  sqlite3_close(db);
-  return view;
-}
-
-struct Totals {
-  int trials = 0, lost = 0, duplicated = 0, orphaned = 0, crashed = 0, sanitizer = 0,
-      unsavedPrinted = 0, corrupt = 0;
 };
 
 bool ParseOptions(int argc, char** argv, Options& o) {
   for (int i = 1; i + 1 < argc; i += 2) {
     std::string key = argv[i], value = argv[i + 1];
+    int number = std::atoi(value.c_str());
     if (key == "--klipora") o.klipora = value;
-    else if (key == "--trials") o.trials = std::atoi(value.c_str());
-    else if (key == "--files") o.files = std::atoi(value.c_str());
+    else if (key == "--trials") o.trials = number;
+    else if (key == "--files") o.files = number;
+    else if (key == "--daemon-trials") o.daemonTrials = number;
+    else if (key == "--daemon-files") o.daemonFiles = number;
     else if (key == "--work") o.work = value;
-    else if (key == "--seed") o.seed = static_cast<unsigned>(std::atoi(value.c_str()));
+    else if (key == "--seed") o.seed = static_cast<unsigned>(number);
     else return false;
   }
-  return !o.klipora.empty() && o.trials > 0 && o.files > 0;
+  return !o.klipora.empty() && o.trials >= 0 && o.files > 0 && o.daemonTrials >= 0 &&
+         o.daemonFiles > 0;
+}
+
+// Screenshots of distinct sizes, so that each has its own checksum.
+Expected MakeScreenshots(const std::string& folder, int count) {
+  Expected expected;
+  fs::create_directories(folder);
+  for (int i = 0; i < count; ++i) {
+    char name[64];
+    std::snprintf(name, sizeof name, "Screenshot_2024-05-01_10-%02d-%02d.png", i / 60, i % 60);
+    std::string path = folder + "/" + name;
+    std::string png = testing::makeTestImage(testing::imageOptions(160 + i % 97, 100 + i / 97));
+    std::ofstream(path, std::ios::binary) << png;
+    expected.checksumOf[path] = sha256Hex(png);
+  }
+  return expected;
+}
+
+class Trials {
+ public:
+  explicit Trials(const Options& o) : o_(o), home_(o.work + "/home") {}
+
+  std::vector<std::string> command(const std::string& verb,
+                                   const Expected* files = nullptr) const {
+    std::vector<std::string> argv = {o_.klipora, "--home", home_, verb};
+    if (files) {
+      for (const auto& [path, checksum] : files->checksumOf) argv.push_back(path);
+    }
+    return argv;
+  }
+  Child start(const std::vector<std::string>& argv, const std::string& name) const {
+    return spawn(argv, o_.work + "/" + name + ".out", o_.work + "/" + name + ".err");
+  }
+
+  // Starts `klipora run` and waits until it listens; absent when it does not.
+  std::optional<Child> startDaemon(const std::string& name, std::string& why) const {
+    Child daemon = start(command("run"), name);
+    const double begun = monotonicNow();
+    while (secondsSince(begun) < 120) {
+      std::string holder = readAll(home_ + "/daemon.lock");
+      if (holder.find("\"socket\":\"/") != std::string::npos ||
+          holder.find("\"socket\": \"/") != std::string::npos) {
+        return daemon;
+      }
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    Run run = stop(daemon, 5);
+    why = "the daemon did not start (" + describe(run) + "):\n" + run.err.substr(0, 4000);
+    return std::nullopt;
+  }
+
+  // Waits until every item is processed; false after `timeout` seconds.
+  bool waitUntilProcessed(double timeout) const {
+    const double begun = monotonicNow();
+    while (unfinishedItems(home_) != 0) {
+      if (secondsSince(begun) > timeout) return false;
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    return true;
+  }
+
+  void ageLibrary() const {
+    age(home_ + "/Library/Originals", 7200);
+    age(home_ + "/Library/Thumbnails", 7200);
+  }
+
+  // One run after the kill: it must end by itself, cleanly.
+  void expectClean(const Run& run, const std::string& what, std::vector<std::string>& problems,
+                   Totals& totals) const {
+    if (!exitedCleanly(run)) {
+      ++totals.crashed;
+      problems.push_back(what + " " + (run.timedOut ? "hung" : "failed") + " (" + describe(run) +
+                         "):\n" + run.err.substr(0, 4000));
+    }
+    if (sanitizerReport(run.err)) {
+      ++totals.sanitizer;
+      problems.push_back("sanitizer report from " + what + ":\n" + run.err.substr(0, 8000));
+    }
+  }
+
+  std::vector<std::string> importTrial(const Expected& files, double killAfter,
+                                       Totals& totals) const {
+    fs::remove_all(home_);
+    Run killed = finish(start(command("import", &files), "import"), killAfter, 900);
+    std::vector<std::string> problems;
+    if (!killed.killed && sanitizerReport(killed.err)) {
+      ++totals.sanitizer;
+      problems.push_back("sanitizer report before the kill:\n" + killed.err);
+    }
+    Expected expected = files;
+    expected.printed = printedIds(killed.out);
+    ageLibrary();
+    expectClean(finish(start(command("import", &files), "import"), -1, 900), "the next import",
+                problems, totals);
+    for (auto& p : checkLibrary(home_, expected, false, totals)) problems.push_back(p);
+    return problems;
+  }
+
+  std::vector<std::string> daemonTrial(const Expected& files, double killAfter,
+                                       Totals& totals) const {
+    fs::remove_all(home_);
+    std::vector<std::string> problems;
+    std::string why;
+    auto daemon = startDaemon("daemon", why);
+    if (!daemon) {
+      ++totals.crashed;
+      return {why};
+    }
+    Child client = start(command("import", &files), "client");
+    Run killed = finish(*daemon, killAfter, killAfter + 1);
+    if (!killed.killed && sanitizerReport(killed.err)) {
+      ++totals.sanitizer;
+      problems.push_back("sanitizer report from the daemon before the kill:\n" + killed.err);
+    }
+    // The client of a daemon that died must say so and end, not wait for it.
+    Run orphanedClient = finish(client, -1, 60);
+    if (orphanedClient.timedOut) {
+      ++totals.crashed;
+      problems.push_back("the import waited for ever for its killed daemon");
+    }
+    Expected expected = files;
+    expected.printed = printedIds(orphanedClient.out);
+    ageLibrary();
+    auto again = startDaemon("daemon", why);
+    if (!again) {
+      ++totals.crashed;
+      problems.push_back("after the kill, " + why);
+      return problems;
+    }
+    expectClean(finish(start(command("import", &files), "client"), -1, 900),
+                "the import after the restart", problems, totals);
+    bool processed = waitUntilProcessed(600);
+    expectClean(stop(*again, 10), "the restarted daemon", problems, totals);
+    const int unfinishedBefore = totals.unfinished;
+    for (auto& p : checkLibrary(home_, expected, true, totals)) problems.push_back(p);
+    if (!processed && totals.unfinished == unfinishedBefore) {
+      ++totals.unfinished;
+      problems.push_back("processing did not end within 600 s");
+    }
+    return problems;
+  }
+
+  // How long one whole run of the trial takes, so that kills fall within it.
+  double importDuration(const Expected& files, std::string& why) const {
+    fs::remove_all(home_);
+    const double begun = monotonicNow();
+    Run full = finish(start(command("import", &files), "import"), -1, 900);
+    if (!exitedCleanly(full)) why = "the import without a kill failed:\n" + full.err;
+    return secondsSince(begun);
+  }
+  double daemonDuration(const Expected& files, std::string& why) const {
+    fs::remove_all(home_);
+    auto daemon = startDaemon("daemon", why);
+    if (!daemon) return 0;
+    const double begun = monotonicNow();
+    Run client = finish(start(command("import", &files), "client"), -1, 900);
+    bool processed = waitUntilProcessed(600);
+    double duration = secondsSince(begun);
+    Run stopped = stop(*daemon, 10);
+    if (!exitedCleanly(client) || !processed || !exitedCleanly(stopped)) {
+      why = "the daemon run without a kill failed (import " + describe(client) + ", daemon " +
+            describe(stopped) + (processed ? "" : ", processing did not end") + "):\n" +
+            client.err + stopped.err;
+    }
+    return duration;
+  }
+
+ private:
+  const Options& o_;
+  std::string home_;
+};
+
+void Report(int trial, const char* kind, double killAfter,
+            const std::vector<std::string>& problems) {
+  if (problems.empty()) return;
+  std::cout << "trial " << trial << " (" << kind << " killed after " << killAfter << " s):\n";
+  for (const auto& p : problems) std::cout << "  " << p << "\n";
 }
 
 }  // namespace
+}  // namespace klipora::crash
 
 int main(int argc, char** argv) {
+  using namespace klipora::crash;
   Options o;
   if (!ParseOptions(argc, argv, o)) {
     std::cerr << "usage: klipora_crash_trials --klipora PATH [--trials N] [--files N] "
-                 "[--work DIR] [--seed N]\n";
+                 "[--daemon-trials N] [--daemon-files N] [--work DIR] [--seed N]\n";
     return 2;
   }
   if (o.seed == 0) o.seed = std::random_device{}();
   std::mt19937 rng(o.seed);
-  fs::remove_all(o.work);
-  fs::create_directories(o.work + "/shots");
-
-  // Screenshots of distinct sizes, so that each has its own checksum.
-  std::vector<std::string> files;
-  std::map<std::string, std::string> checksumOf;  // path -> checksum
-  for (int i = 0; i < o.files; ++i) {
-    char name[64];
-    std::snprintf(name, sizeof name, "Screenshot_2024-05-01_10-%02d-%02d.png", i / 60, i % 60);
-    std::string path = o.work + "/shots/" + name;
-    std::string png = klipora::testing::makeTestImage(
-        klipora::testing::imageOptions(160 + i % 97, 100 + i / 97));
-    std::ofstream(path, std::ios::binary) << png;
-    files.push_back(path);
-    checksumOf[path] = klipora::sha256Hex(png);
+  std::filesystem::remove_all(o.work);
+  // The daemon watches the user's screenshot folders: give it a home of its
+  // own, so that it never takes this machine's.
+  const std::string userHome = o.work + "/user";
+  std::filesystem::create_directories(userHome);
+  ::setenv("HOME", userHome.c_str(), 1);
+  for (const char* name : {"XDG_PICTURES_DIR", "XDG_CONFIG_HOME", "XDG_DATA_HOME",
+                           "XDG_RUNTIME_DIR", "KLIPORA_HOME", "DBUS_SESSION_BUS_ADDRESS"}) {
+    ::unsetenv(name);
   }
-  const std::string home = o.work + "/home";
-  const std::string outPath = o.work + "/out.txt", errPath = o.work + "/err.txt";
 
-  // How long one whole import takes: kills fall anywhere within it.
-  auto start = Clock::now();
-  Run full = Finish(Spawn(o, home, files, outPath, errPath), -1, 900, outPath, errPath);
-  double duration = std::chrono::duration<double>(Clock::now() - start).count();
-  if (!WIFEXITED(full.status) || WEXITSTATUS(full.status) != 0) {
-    std::cerr << "the import without a kill failed:\n" << full.err;
+  Expected files = MakeScreenshots(o.work + "/shots", o.files);
+  Expected daemonFiles = MakeScreenshots(o.work + "/daemon-shots", o.daemonFiles);
+  Trials trials(o);
+  std::string why;
+  double importDuration = o.trials ? trials.importDuration(files, why) : 0;
+  double daemonDuration = why.empty() && o.daemonTrials ? trials.daemonDuration(daemonFiles, why)
+                                                        : 0;
+  if (!why.empty()) {
+    std::cerr << why << "\n";
     return 1;
   }
-  std::cout << "seed " << o.seed << ", " << o.files << " files, a whole import takes "
-            << duration << " s\n";
+  std::cout << "seed " << o.seed << "; an import of " << o.files << " files takes "
+            << importDuration << " s, a daemon's import and processing of " << o.daemonFiles
+            << " files " << daemonDuration << " s\n";
 
   Totals totals;
   for (int t = 0; t < o.trials; ++t) {
-    fs::remove_all(home);
-    double killAfter = std::uniform_real_distribution<double>(0, duration * 1.1)(rng);
-    Run killed = Finish(Spawn(o, home, files, outPath, errPath), killAfter, 900, outPath, errPath);
-    std::vector<std::string> problems;
-    if (!killed.killed && SanitizerReport(killed.err)) {
-      ++totals.sanitizer;
-      problems.push_back("sanitizer report before the kill:\n" + killed.err);
-    }
-    // What the killed run printed as imported must be in the store.
-    std::set<std::string> printed;
-    std::istringstream lines(killed.out);
-    for (std::string line; std::getline(lines, line);) {
-      if (line.size() > 38 && line.substr(36, 2) == "  ") printed.insert(line.substr(0, 36));
-    }
-    Age(home + "/Library/Originals", 7200);
-    Age(home + "/Library/Thumbnails", 7200);
-
-    Run again = Finish(Spawn(o, home, files, outPath, errPath), -1, 900, outPath, errPath);
-    if (again.timedOut || !WIFEXITED(again.status) || WEXITSTATUS(again.status) != 0) {
-      ++totals.crashed;
-      std::ostringstream why;
-      why << "the next run " << (again.timedOut ? "hung" : "failed") << " (status "
-          << (WIFSIGNALED(again.status) ? "signal " + std::to_string(WTERMSIG(again.status))
-                                        : "exit " + std::to_string(WEXITSTATUS(again.status)))
-          << "):\n"
-          << again.err.substr(0, 4000);
-      problems.push_back(why.str());
-    }
-    if (SanitizerReport(again.err)) {
-      ++totals.sanitizer;
-      problems.push_back("sanitizer report on the next run:\n" + again.err.substr(0, 8000));
-    }
-
-    StoreView store = ReadStore(home + "/Klipora.store");
-    if (!store.opened || store.integrity != "ok") {
-      ++totals.corrupt;
-      problems.push_back("integrity_check: " + store.integrity);
-    }
-    std::map<std::string, int> perChecksum;
-    std::set<std::string> ids, named;
-    for (const auto& row : store.rows) {
-      ++perChecksum[row.checksum];
-      ids.insert(row.id);
-      named.insert(fs::path(row.libraryPath).filename());
-      if (!row.thumbnailPath.empty()) named.insert(fs::path(row.thumbnailPath).filename());
-      if (!fs::exists(row.libraryPath)) {
-        ++totals.lost;
-        problems.push_back("record " + row.id + " without its file " + row.libraryPath);
-      }
-    }
-    for (const auto& [path, checksum] : checksumOf) {
-      int n = perChecksum[checksum];
-      if (n == 0) {
-        ++totals.lost;
-        problems.push_back("lost " + path);
-      } else if (n > 1) {
-        totals.duplicated += n - 1;
-        problems.push_back("duplicated " + path);
-      }
-    }
-    for (const auto& id : printed) {
-      if (!ids.count(id)) {
-        ++totals.unsavedPrinted;
-        problems.push_back("printed but not saved: " + id);
-      }
-    }
-    for (const char* folder : {"/Library/Originals", "/Library/Thumbnails"}) {
-      std::error_code ignored;
-      for (const auto& e : fs::directory_iterator(home + folder, ignored)) {
-        if (!named.count(e.path().filename())) {
-          ++totals.orphaned;
-          problems.push_back("orphan " + e.path().string());
-        }
-      }
-    }
+    double killAfter = std::uniform_real_distribution<double>(0, importDuration * 1.1)(rng);
+    Report(t + 1, "import", killAfter, trials.importTrial(files, killAfter, totals));
     ++totals.trials;
-    if (!problems.empty()) {
-      std::cout << "trial " << t + 1 << " (killed after " << killAfter << " s, "
-                << printed.size() << " printed):\n";
-      for (const auto& p : problems) std::cout << "  " << p << "\n";
-    }
   }
-  std::cout << "trials " << totals.trials << ", lost " << totals.lost << ", duplicated "
-            << totals.duplicated << ", orphaned " << totals.orphaned << ", crashed "
-            << totals.crashed << ", sanitizer reports " << totals.sanitizer
-            << ", printed but unsaved " << totals.unsavedPrinted << ", corrupt stores "
-            << totals.corrupt << "\n";
-  bool clean = totals.lost + totals.duplicated + totals.orphaned + totals.crashed +
-                   totals.sanitizer + totals.unsavedPrinted + totals.corrupt ==
-               0;
-  return clean ? 0 : 1;
+  for (int t = 0; t < o.daemonTrials; ++t) {
+    double killAfter = std::uniform_real_distribution<double>(0, daemonDuration * 1.1)(rng);
+    Report(o.trials + t + 1, "daemon", killAfter,
+           trials.daemonTrial(daemonFiles, killAfter, totals));
+    ++totals.trials;
+  }
+  std::cout << totals.line() << "\n";
+  return totals.problems() == 0 ? 0 : 1;
 }
