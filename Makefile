@@ -31,7 +31,7 @@ bench: build
 # The Debian package: build/klipora_<version>_amd64.deb, for /usr.
 deb: configure
 	@cmake -S . -B $(BUILD_DIR) -DCMAKE_INSTALL_PREFIX=/usr >/dev/null
-	@cmake --build $(BUILD_DIR) -j $(JOBS) --target klipora klipora_dist
+	@cmake --build $(BUILD_DIR) -j $(JOBS) --target klipora klipora-app klipora_dist
 	@cd $(BUILD_DIR) && cpack -G DEB
 
 # Installs the package into a fresh root and runs it there, checks its

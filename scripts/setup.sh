@@ -30,6 +30,11 @@ packages=(
   # the user coming back (unlock, wake from sleep), told by logind over D-Bus,
   # and the desktop settings some screenshot tools keep their folder in
   libglib2.0-dev
+  # the desktop window: Qt 6 Widgets and QTest (qt6-base-dev), its platform
+  # plugins (xcb for a desktop, offscreen for tests and screenshots) and the
+  # freedesktop icon theme its sidebar and toolbar draw from (symbolic SVG
+  # icons, drawn by the SVG plugins of libqt6svg6)
+  qt6-base-dev qt6-qpa-plugins adwaita-icon-theme libqt6svg6
   # tests and benchmarks
   libgtest-dev libgmock-dev libbenchmark-dev libvips-tools sqlite3 coreutils openssl
   # a real screenshot tool on a virtual screen, for the watcher's end-to-end test

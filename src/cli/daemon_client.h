@@ -15,16 +15,19 @@ namespace klipora::cli {
 
 // The daemon holding this store's lock, if any (its socket may still be empty
 // while it starts).
-std::optional<app::DaemonHolder> runningDaemon(CliSession& session);
+inline std::optional<app::DaemonHolder> runningDaemon(CliSession& session) {
+  return session.runningDaemon();
+}
 
-struct LibraryReply {
-  app::Json reply;
-  bool viaDaemon = false;
-};
+using app::LibraryReply;
+using app::replyError;
 
 // What requests run against in this process: the store directly, or an
 // engine this command started (after session.openLibrary()).
-app::RequestTarget storeRequestTarget(CliSession& session, app::AppCoordinator* coordinator);
+inline app::RequestTarget storeRequestTarget(CliSession& session,
+                                             app::AppCoordinator* coordinator) {
+  return session.storeRequestTarget(coordinator);
+}
 
 // Runs `request` through the daemon or on the store. Fails only when neither
 // can answer; the store's own failures come back as {"ok": false} replies.
@@ -36,8 +39,5 @@ std::optional<LibraryReply> runLibraryRequest(CliSession& session, const app::Js
 // without one, user categories that arrived (a settings file, an exported
 // library) get their keywords and centroid here.
 void libraryChangedHere(CliSession& session);
-
-// The text of a reply's "error", for messages.
-std::string replyError(const app::Json& reply);
 
 }  // namespace klipora::cli
