@@ -101,12 +101,11 @@ class Trials {
   std::optional<Child> startDaemon(const std::string& name, std::string& why) const {
     Child daemon = start(command("run"), name);
     const double begun = monotonicNow();
+    // The lock names this daemon once it listens; a killed daemon's lock
+    // still names the one before it.
+    const std::string listening = "\"pid\":" + std::to_string(daemon.pid) + ",\"socket\":\"/";
     while (secondsSince(begun) < 120) {
-      std::string holder = readAll(home_ + "/daemon.lock");
-      if (holder.find("\"socket\":\"/") != std::string::npos ||
-          holder.find("\"socket\": \"/") != std::string::npos) {
-        return daemon;
-      }
+      if (readAll(home_ + "/daemon.lock").find(listening) != std::string::npos) return daemon;
       std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
     Run run = stop(daemon, 5);
